@@ -1,0 +1,61 @@
+#pragma once
+
+#include <json/json.h>
+
+#include <string>
+#include <utility>
+
+// The service's one configuration file, /opt/zolvek/vital/vek.conf, read once.
+// Every getter has a default and never throws. The constructor is the first
+// thing in the process, before the logger, so it reports its trouble to syslog.
+class vekConfig {
+public:
+    static vekConfig& getInstance();
+
+    // Reads the file under the current path root. Public so that a test can
+    // read a configuration of its own beside the process-wide one.
+    vekConfig();
+
+    vekConfig(const vekConfig&) = delete;
+    vekConfig& operator=(const vekConfig&) = delete;
+
+    // Path root of every host path: $VEK_ROOT, empty in production.
+    static std::string getEnv();
+
+    bool getDebugLogSettings() const;
+    std::string getTestEventSettings() const;
+    int getrefreshInterval(const std::string& resource) const;
+    int getInventoryPushIntervalSettings() const;
+    bool isResourceEnabled(int id) const;
+    bool isResourceEnabled(const std::string& resource) const;
+    bool checkForResourceString(const std::string& resource) const;
+    std::string getVEKLoggingLevel() const;
+    int getDoorBellSleepInterval() const;
+    bool isUnhandledExceptionStackCaptureEnabled() const;
+    long getUnhandledExceptionToSimulate() const;
+    bool isForwardAllMegaRAIDCriticalOrHigherEventsEnabled() const;
+    bool isForwardAllSmartRAIDDegradedOrHigherEventsEnabled() const;
+    int getInventoryQueryInterval() const;
+    bool isRMStatisticsLoggingEnabled() const;
+    int getMicrochipEventQueueIndex() const;
+    int getHealthMonitorFlags() const;
+    bool isPCIeRegistersFeatureEnabled() const;
+    bool isPCIeLinkStatusMonitorFeatureEnabled() const;
+    bool isTPMStatusMonitorFeatureEnabled() const;
+    std::string getSyslogFileLocation() const;
+    Json::Value getTelemetrySettings() const;
+    std::string getVEKDebugLogFileLocation() const;
+    std::string getVEKLogFileLocation() const;
+    bool getSendTestEventSettings(const std::string& event) const;
+
+    std::pair<std::string, bool> isDefaultSettingsApplied() const;
+
+    // Where the file is read from: getEnv() + "/opt/zolvek" + "/vital/vek.conf".
+    static std::string configFilePath();
+
+private:
+    void initConfigSettings();
+
+    Json::Value root_;
+    std::string lastError_;
+};

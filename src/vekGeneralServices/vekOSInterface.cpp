@@ -1,0 +1,43 @@
+#include "vekOSInterface.h"
+
+// What an OS does not offer: a host OS overrides the operations it has.
+
+bool vekOSInterface::isExecuteCommandSuccessful(int status)
+{
+    return false;
+}
+
+int vekOSInterface::executeCommandAndFetchOutput(const std::string& command, std::vector<std::string>& output)
+{
+    throw std::runtime_error("Not Implemented!!");
+}
+
+vekSubModulesInterface* vekOSInterface::getNvdimmInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
+}
+
+vekSmbiosInterface& vekOSInterface::getSmbiosInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
+}
+
+vekSubModulesInterface* vekOSInterface::getIBInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
+}
+
+vekSubModulesInterface* vekOSInterface::getPerformanceTMInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
+}
+
+vekSubModulesInterface* vekOSInterface::getTPMInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
+}
+
+vekSubModulesInterface* vekOSInterface::getStorageInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
+}

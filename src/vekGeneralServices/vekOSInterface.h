@@ -1,0 +1,43 @@
+#pragma once
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+class vekSmbiosInterface;
+class vekSubModulesInterface;
+
+namespace osi_exceptions {
+
+// The operating system of this host does not offer the asked-for service.
+class osi_not_implemeted : public std::runtime_error {
+public:
+    osi_not_implemeted() : std::runtime_error("Service not implemented by this OS interface") {}
+};
+
+} // namespace osi_exceptions
+
+// Everything that touches the operating system directly, with one
+// implementation per host OS. The order of the operations is fixed: the
+// per-resource interfaces are handed out from here.
+class vekOSInterface {
+public:
+    virtual ~vekOSInterface() = default;
+
+    // Writes the host's PCI device list where getPciIdInfo reads it; 0 or -1.
+    virtual int populateHardwarePCIDetails() = 0;
+    virtual int Initialize() = 0;
+    virtual int UnInitialize() = 0;
+    // The keys "Vendor", "Device", "SubVendor", "SubDevice", each "0x" and four
+    // hexadecimal digits, or empty when the list does not say.
+    virtual std::map<std::string, std::string> getPciIdInfo(std::string pciAddress) = 0;
+    virtual bool isExecuteCommandSuccessful(int status);
+    virtual int executeCommandAndFetchOutput(const std::string& command, std::vector<std::string>& output);
+    virtual vekSubModulesInterface* getNvdimmInterface();
+    virtual vekSmbiosInterface& getSmbiosInterface();
+    virtual vekSubModulesInterface* getIBInterface();
+    virtual vekSubModulesInterface* getPerformanceTMInterface();
+    virtual vekSubModulesInterface* getTPMInterface();
+    virtual vekSubModulesInterface* getStorageInterface();
+};

@@ -1,0 +1,67 @@
+#include "vekVmwareOSInterface.h"
+
+#include "vekGlobalDef.h"
+#include "vekLog.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+const char TAG[] = "VMWARE_OS_INTERFACE";
+
+struct PipeCloser {
+    void operator()(FILE* stream) const
+    {
+        if (stream != nullptr) {
+            pclose(stream);
+        }
+    }
+};
+
+} // namespace
+
+vekVmwareOSInterface& vekVmwareOSInterface::getInstance(vekSmbiosInterface& smbios)
+{
+    static vekVmwareOSInterface instance(smbios);
+    return instance;
+}
+
+vekVmwareOSInterface::vekVmwareOSInterface(vekSmbiosInterface& smbios) : smbios_(smbios) {}
+
+int vekVmwareOSInterface::populateHardwarePCIDetails()
+{
+    using vekGlobalDef::VMwareOSUtils;
+    const std::string command = "localcli hardware pci list > " + VMwareOSUtils::HardwareListFilePath();
+    std::unique_ptr<FILE, PipeCloser> pipe(popen(command.c_str(), "r"));
+    return pipe ? 0 : -1;
+}
+
+int vekVmwareOSInterface::Initialize()
+{
+    if (populateHardwarePCIDetails() != 0) {
+        VEK_LOG_ERROR(TAG, "Could not populate the Hardware PCI details");
+    }
+    return 0;
+}
+
+int vekVmwareOSInterface::UnInitialize()
+{
+    const std::string file = vekGlobalDef::VMwareOSUtils::HardwareListFilePath();
+    if (FILE* list = std::fopen(file.c_str(), "r")) {
+        std::fclose(list);
+        std::remove(file.c_str());
+    }
+    return 0;
+}
+
+std::map<std::string, std::string> vekVmwareOSInterface::getPciIdInfo(std::string pciAddress)
+{
+    using vekGlobalDef::VMwareOSUtils;
+    const auto ids = VMwareOSUtils::get_vendor_device(pciAddress);
+    const auto subsystemIds = VMwareOSUtils::get_subvendor_subdevice(pciAddress);
+    return {{"Vendor", ids.first},
+            {"Device", ids.second},
+            {"SubVendor", subsystemIds.first},
+            {"SubDevice", subsystemIds.second}};
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "vekOSInterface.h"
+
+// The ESXi host: PCI identification from "localcli hardware pci list".
+class vekVmwareOSInterface : public vekOSInterface {
+public:
+    // The SMBIOS interface counts only at the first call.
+    static vekVmwareOSInterface& getInstance(vekSmbiosInterface& smbios);
+
+    ~vekVmwareOSInterface() override = default;
+    vekVmwareOSInterface(const vekVmwareOSInterface&) = delete;
+    vekVmwareOSInterface& operator=(const vekVmwareOSInterface&) = delete;
+
+    int populateHardwarePCIDetails() override;
+    // Writes the PCI list; without it the PCI ids are simply empty.
+    int Initialize() override;
+    // Removes the PCI list.
+    int UnInitialize() override;
+    std::map<std::string, std::string> getPciIdInfo(std::string pciAddress) override;
+
+private:
+    explicit vekVmwareOSInterface(vekSmbiosInterface& smbios);
+
+    vekSmbiosInterface& smbios_;
+};

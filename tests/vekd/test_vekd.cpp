@@ -1,0 +1,199 @@
+// The service executable as a real process on a copy of the bundled rack
+// server: start, stop on SIGTERM, the start-stop file and the log lines.
+
+#include "vekTestRoot.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+std::string readAll(const std::string& path)
+{
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+class VekdTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/vekd-host-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        host_ = pattern;
+        const std::string make = std::string("sh '") + VEK_SIMHOST_DIR + "/mkhost.sh' '" + VEK_SIMHOST_DIR +
+                                 "/profiles/rack-type4' '" + host_ + "'";
+        ASSERT_EQ(system(make.c_str()), 0);
+    }
+
+    void TearDown() override
+    {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+        const std::string remove = "rm -rf '" + host_ + "'";
+        EXPECT_EQ(system(remove.c_str()), 0);
+    }
+
+    // Starts vekd on the host; bootTime, when not 0, is the host's boot time.
+    void start(long bootTime = 0)
+    {
+        pid_ = fork();
+        ASSERT_GE(pid_, 0);
+        if (pid_ == 0) {
+            setenv("VEK_ROOT", host_.c_str(), 1);
+            setenv("PATH", (host_ + "/bin:" + getenv("PATH")).c_str(), 1);
+            setenv("VEK_TIME_SCALE", "1000", 1);
+            if (bootTime != 0) {
+                setenv("VEK_SIM_BOOT_TIME", std::to_string(bootTime).c_str(), 1);
+            } else {
+                unsetenv("VEK_SIM_BOOT_TIME");
+            }
+            const std::string program = std::string(VEK_BINARY_DIR) + "/src/vekd";
+            execl(program.c_str(), "vekd", static_cast<char*>(nullptr));
+            _exit(127);
+        }
+    }
+
+    // Waits for the text to appear in what the main log gained since tail began.
+    bool waitForLog(const vekLogTail& tail, const std::string& text,
+                    std::chrono::seconds timeout = std::chrono::seconds(30))
+    {
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
+        while (std::chrono::steady_clock::now() < deadline) {
+            if (tail.contains(text)) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+
+    // Sends the signal and returns how the process ended.
+    int stop(int signal)
+    {
+        kill(pid_, signal);
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return status;
+    }
+
+    std::string mainLogPath() const { return host_ + "/scratch/log/zolvek/vek.log"; }
+    std::string debugLogPath() const { return host_ + "/scratch/log/zolvek/vek-debug.log"; }
+    std::string mainLog() const { return readAll(mainLogPath()); }
+    std::string debugLog() const { return readAll(debugLogPath()); }
+
+    std::map<std::string, long> startStopValues() const
+    {
+        std::map<std::string, long> values;
+        std::istringstream in(readAll(host_ + "/opt/zolvek/vital/zolVEKStartStop.txt"));
+        std::string key;
+        long value = 0;
+        while (in >> key >> value) {
+            values[key] = value;
+        }
+        return values;
+    }
+
+    std::string host_;
+    pid_t pid_ = -1;
+};
+
+TEST_F(VekdTest, StartsAndStopsGracefullyAndKeepsTheStartStopFile)
+{
+    const long before = static_cast<long>(time(nullptr));
+    vekLogTail tail(mainLogPath());
+    start();
+    ASSERT_TRUE(waitForLog(tail, "VEK service started")) << mainLog();
+    const int status = stop(SIGTERM);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+
+    const std::string log = mainLog();
+    EXPECT_NE(log.find("VEK Exiting Gracefully!"), std::string::npos) << log;
+    EXPECT_NE(log.find("VEK service stopped"), std::string::npos) << log;
+    // Every line: time, level, thread number, source line, tag, text.
+    const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \[(INFO|DEBUG|WARNING|ERROR)\] +\d{3,} \d{3} [A-Z_]+: .*)");
+    std::istringstream lines(log + debugLog());
+    std::string each;
+    size_t count = 0;
+    while (std::getline(lines, each)) {
+        EXPECT_TRUE(std::regex_match(each, line)) << each;
+        ++count;
+    }
+    EXPECT_GT(count, 5u);
+    // On a Linux host the ids without a manager are listed and stay disabled.
+    EXPECT_NE(debugLog().find("Resource manager InfiniBandDevices [6] is disabled."), std::string::npos);
+
+    auto values = startStopValues();
+    EXPECT_GE(values["last_start"], before);
+    EXPECT_GE(values["last_stop"], values["last_start"]);
+    EXPECT_EQ(values["current_start"], 0);
+}
+
+// The file keeps whole seconds, so each run here starts from a file written
+// by the case rather than from runs that may share a second.
+TEST_F(VekdTest, BootDecisionFollowsHowTheLastRunEnded)
+{
+    {
+        SCOPED_TRACE("first start ever, then a crash");
+        vekLogTail tail(mainLogPath());
+        start();
+        ASSERT_TRUE(waitForLog(tail, "VEK service started"));
+        EXPECT_FALSE(tail.contains("Last shutdown was")) << tail.newText();
+        EXPECT_TRUE(tail.contains("Last OS shutdown: ungraceful=0 graceful=0")) << tail.newText();
+        stop(SIGKILL);
+        auto values = startStopValues();
+        EXPECT_GT(values["last_start"], values["last_stop"]);
+    }
+    struct Case {
+        const char* name;
+        const char* file;
+        long bootTime;
+        const char* decision;
+        const char* flags;
+    };
+    const Case cases[] = {
+        {"crash, restart in the same boot", "last_start 2000\nlast_stop 1000\ncurrent_start 0\n", 1500,
+         "VEK crashed in current boot so do nothing in point 3", "ungraceful=0 graceful=0"},
+        {"power loss", "last_start 2000\nlast_stop 1000\ncurrent_start 0\n", 3000,
+         "In gen OS boot logic.Last shutdown was not-graceful.", "ungraceful=1 graceful=0"},
+        {"graceful stop, then a reboot", "last_start 1000\nlast_stop 2000\ncurrent_start 0\n", 3000,
+         "In gen OS boot logic.Last shutdown was graceful.", "ungraceful=0 graceful=1"},
+        {"graceful stop, restart in the same boot", "last_start 1000\nlast_stop 2000\ncurrent_start 0\n", 1500,
+         "VEK crashed in current boot so do nothing in point 2", "ungraceful=0 graceful=0"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::ofstream(host_ + "/opt/zolvek/vital/zolVEKStartStop.txt", std::ios::trunc) << c.file;
+        vekLogTail tail(mainLogPath());
+        const long before = static_cast<long>(time(nullptr));
+        start(c.bootTime);
+        ASSERT_TRUE(waitForLog(tail, "VEK service started"));
+        EXPECT_TRUE(tail.contains(c.decision)) << tail.newText();
+        EXPECT_TRUE(tail.contains(std::string("Last OS shutdown: ") + c.flags)) << tail.newText();
+        EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+        auto values = startStopValues();
+        EXPECT_GE(values["last_start"], before);
+        EXPECT_GE(values["last_stop"], values["last_start"]);
+    }
+}
+
+} // namespace

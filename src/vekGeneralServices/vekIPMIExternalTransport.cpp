@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <map>
 
 namespace {
 const char TAG[] = "IPMI_TRANSPORT";
@@ -190,9 +191,18 @@ const std::chrono::milliseconds ExternalLink::kDefaultReceiveTimeout(5000);
 
 ExternalLink& ExternalLink::instance()
 {
-    // Lives until the process ends, like the other singletons; never torn
-    // down under a thread that still talks to the RMC.
-    static ExternalLink* link = new ExternalLink(externalAddressFromEnv());
+    // One link per address, each living until the process ends, like the
+    // other singletons: never torn down under a thread that still talks to
+    // the RMC. In production the address never changes; a test process may
+    // meet several emulated RMCs one after the other.
+    static std::mutex mutex;
+    static std::map<std::string, ExternalLink*>* links = new std::map<std::string, ExternalLink*>();
+    const std::string address = externalAddressFromEnv();
+    std::lock_guard<std::mutex> lock(mutex);
+    ExternalLink*& link = (*links)[address];
+    if (link == nullptr) {
+        link = new ExternalLink(address);
+    }
     return *link;
 }
 

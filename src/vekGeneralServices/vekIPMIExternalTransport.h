@@ -10,9 +10,9 @@
 // The checksum is the two's complement of the sum of every byte before it.
 // 0xA0, 0xA1 and 0xAA inside a message travel as 0xAA, byte|0x10.
 //
-// The BMC end takes one connection at a time, so the process keeps one link,
-// shared by every transport object and serialised by its mutex; it is made
-// again when the other end drops it.
+// The BMC end takes one connection at a time, so the process keeps one link
+// per address, shared by every transport object and serialised by its mutex;
+// it is made again when the other end drops it.
 
 #include "vekIPMITransport.h"
 
@@ -107,7 +107,8 @@ public:
     // The answer must come within this, divided by VEK_TIME_SCALE.
     static const std::chrono::milliseconds kDefaultReceiveTimeout;
 
-    // The process-wide link to VEK_IPMI_EXTERNAL, made at first use.
+    // The process-wide link to the address VEK_IPMI_EXTERNAL holds now, made
+    // at the first use of that address.
     static ExternalLink& instance();
 
     explicit ExternalLink(std::string address,

@@ -1,9 +1,11 @@
 // The emulated RMC (ipmi_sim with the project's module, started by
-// testtools/rmcemu/rmc-emu.sh) reached through the system's external IPMI
-// transport: what the RMC answers and what lands in its spool folder.
+// testtools/rmcemu/rmc-emu.sh through vekRmcEmulator) reached through the
+// system's external IPMI transport: what the RMC answers and what lands in
+// its spool folder.
 
 #include "vekIPMIExternalTransport.h"
 #include "vekIPMITransport.h"
+#include "vekRmcEmulator.h"
 #include "vekTestRoot.h"
 
 #include <gtest/gtest.h>
@@ -33,33 +35,6 @@ const std::string kModule = std::string(VEK_BINARY_DIR) + "/testtools/rmcemu/vek
 const uint8_t kRmcNetfn = 0x3A;
 const uint8_t kCliChunk = 0x80;
 
-struct CommandResult {
-    std::string output;
-    int status = -1;
-};
-
-CommandResult run(const std::string& command)
-{
-    CommandResult result;
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
-    if (!pipe) {
-        return result;
-    }
-    char buffer[512];
-    size_t got;
-    while ((got = fread(buffer, 1, sizeof(buffer), pipe.get())) > 0) {
-        result.output.append(buffer, got);
-    }
-    const int raw = pclose(pipe.release());
-    result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    return result;
-}
-
-bool onPath(const std::string& program)
-{
-    return run("command -v " + program).status == 0;
-}
-
 std::string valueOf(const std::string& output, const std::string& key)
 {
     std::smatch m;
@@ -67,14 +42,6 @@ std::string valueOf(const std::string& output, const std::string& key)
         return m[2];
     }
     return "";
-}
-
-std::string readWhole(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
 }
 
 uint16_t le16(const Bytes& b, size_t at)
@@ -108,51 +75,12 @@ class RmcEmulatorTest : public vekRootTest {
 protected:
     void SetUp() override
     {
-        if (!onPath("ipmi_sim")) {
-            GTEST_SKIP() << "ipmi_sim is not installed (Debian package openipmi): the RMC emulator tests need it";
-        }
-        ASSERT_EQ(access(kModule.c_str(), R_OK), 0)
-            << kModule << " is missing: build the vekrmc_module target (needs libopenipmi-dev)";
-        spool_ = root.path() + "/rmc-spool";
-        startEmulator("");
+        VEK_REQUIRE_RMC_EMULATOR();
+        rmc_.reset(new vekRmcEmulator(root.path() + "/rmc-spool"));
+        link_.reset(new ExternalLink(rmc_->address()));
+        transport_.reset(new ExternalTransport(*link_));
+        ASSERT_TRUE(transport_->open());
     }
-
-    void TearDown() override
-    {
-        if (!spool_.empty()) {
-            run(env("") + "'" + kScript + "' stop");
-        }
-    }
-
-    std::string env(const std::string& extra) const
-    {
-        return "VEK_RMC_SPOOL='" + spool_ + "' VEK_RMC_MODULE='" + kModule + "' " + extra + " ";
-    }
-
-    // Starts the emulator (again); fixedPorts keeps the ports of the last start.
-    void startEmulator(const std::string& extraEnv)
-    {
-        const CommandResult started = run(env(extraEnv) + "'" + kScript + "' start");
-        ASSERT_EQ(started.status, 0) << started.output;
-        address_ = valueOf(started.output, "VEK_IPMI_EXTERNAL");
-        lanPort_ = valueOf(started.output, "VEK_RMC_LAN_PORT");
-        ASSERT_EQ(valueOf(started.output, "VEK_RMC_SPOOL"), spool_) << started.output;
-        ASSERT_FALSE(address_.empty()) << started.output;
-        ASSERT_FALSE(lanPort_.empty()) << started.output;
-        if (!link_) {
-            link_.reset(new ExternalLink(address_));
-            transport_.reset(new ExternalTransport(*link_));
-            ASSERT_TRUE(transport_->open());
-        }
-    }
-
-    void stopEmulator()
-    {
-        const CommandResult stopped = run(env("") + "'" + kScript + "' stop");
-        ASSERT_EQ(stopped.status, 0) << stopped.output;
-    }
-
-    std::string port() const { return address_.substr(address_.rfind(':') + 1); }
 
     Bytes ask(uint8_t netfn, uint8_t cmd, const Bytes& data = {})
     {
@@ -236,39 +164,17 @@ protected:
     std::vector<std::string> spoolFiles() const
     {
         std::vector<std::string> names;
-        std::unique_ptr<FILE, int (*)(FILE*)> ls(popen(("ls -1 '" + spool_ + "'").c_str(), "r"), pclose);
-        char line[512];
-        while (ls && fgets(line, sizeof(line), ls.get()) != nullptr) {
-            std::string name(line);
-            name.erase(name.find_last_not_of('\n') + 1);
-            if (std::regex_match(name, std::regex("[0-9]{6}-.*\\.txt"))) {
-                names.push_back(name);
-            }
+        for (const vekRmcEmulator::Command& c : rmc_->spooledCommands()) {
+            names.push_back(c.file);
         }
         return names;
     }
 
-    void writeSpool(const std::string& name, const std::string& content) const
-    {
-        std::ofstream out(spool_ + "/" + name, std::ios::binary | std::ios::trunc);
-        out << content;
-    }
+    void writeSpool(const std::string& name, const std::string& content) const { rmc_->writeFile(name, content); }
 
-    size_t logLines(const std::string& prefix) const
-    {
-        std::istringstream log(readWhole(spool_ + "/rmc.log"));
-        size_t count = 0;
-        for (std::string line; std::getline(log, line);) {
-            if (line.compare(0, prefix.size(), prefix) == 0) {
-                ++count;
-            }
-        }
-        return count;
-    }
+    size_t logLines(const std::string& prefix) const { return rmc_->logLines(prefix); }
 
-    std::string spool_;
-    std::string address_;
-    std::string lanPort_;
+    std::unique_ptr<vekRmcEmulator> rmc_;
     std::unique_ptr<ExternalLink> link_;
     std::unique_ptr<ExternalTransport> transport_;
 };
@@ -315,7 +221,7 @@ TEST_F(RmcEmulatorTest, PayloadsArriveByteExactInTheSpool)
 
         char name[64];
         snprintf(name, sizeof(name), "%06zu-%s.txt", sequence, command.c_str());
-        EXPECT_EQ(readWhole(spool_ + "/" + name), payload) << name;
+        EXPECT_EQ(rmc_->readFile(name), payload) << name;
     }
     EXPECT_EQ(spoolFiles().size(), 5u);
 }
@@ -326,7 +232,7 @@ TEST_F(RmcEmulatorTest, PayloadTooShortForTheChunkFormatOverlaysTheNameAndIsRefu
     ASSERT_EQ(replies.size(), 1u);
     EXPECT_EQ(replies[0].status, 5) << "the name field holds payload bytes";
     EXPECT_TRUE(spoolFiles().empty());
-    EXPECT_NE(readWhole(spool_ + "/rmc.log").find("unknown command name"), std::string::npos);
+    EXPECT_NE(rmc_->log().find("unknown command name"), std::string::npos);
 }
 
 TEST_F(RmcEmulatorTest, NextIndexesAreTheRmcsOwnAndAWrongOneIsRefused)
@@ -353,7 +259,7 @@ TEST_F(RmcEmulatorTest, NextIndexesAreTheRmcsOwnAndAWrongOneIsRefused)
         }
     }
     EXPECT_EQ(reply.next, 0);
-    EXPECT_EQ(readWhole(spool_ + "/000001-WriteInventory.txt"), payload);
+    EXPECT_EQ(rmc_->readFile("000001-WriteInventory.txt"), payload);
 
     ASSERT_EQ(indexes.size(), 17u);
     for (uint16_t index : indexes) {
@@ -414,7 +320,7 @@ TEST_F(RmcEmulatorTest, NewFirstChunkWhileATransferIsIncompleteStartsOver)
     EXPECT_NE(replies.front().next, 0) << "the new transfer goes on";
     EXPECT_EQ(replies.back().status, 0);
     EXPECT_EQ(spoolFiles(), std::vector<std::string>({"000001-MPEventGen.txt"}));
-    EXPECT_EQ(readWhole(spool_ + "/000001-MPEventGen.txt"), payload);
+    EXPECT_EQ(rmc_->readFile("000001-MPEventGen.txt"), payload);
 }
 
 TEST_F(RmcEmulatorTest, InjectedStatusesAnswerTheNextChunksThenTheFileIsGone)
@@ -424,9 +330,9 @@ TEST_F(RmcEmulatorTest, InjectedStatusesAnswerTheNextChunksThenTheFileIsGone)
 
     writeSpool("inject", "4 2\n");
     EXPECT_EQ(sendChunk(first).status, 4);
-    EXPECT_EQ(readWhole(spool_ + "/inject"), "4 1 0\n");
+    EXPECT_EQ(rmc_->readFile("inject"), "4 1 0\n");
     EXPECT_EQ(sendChunk(first).status, 4);
-    EXPECT_NE(access((spool_ + "/inject").c_str(), F_OK), 0) << "used up";
+    EXPECT_FALSE(rmc_->fileExists("inject")) << "used up";
 
     // A transfer under way is lost to the injected failure.
     ChunkReply reply = sendChunk(first);
@@ -454,7 +360,7 @@ TEST_F(RmcEmulatorTest, DoorbellsAnswerTheirFiles)
     EXPECT_EQ(three.size(), 36u) << "ipmi_sim answers at most 35 data bytes";
     EXPECT_EQ(three[0], 0x00);
 
-    unlink((spool_ + "/doorbell1").c_str());
+    rmc_->clearDoorbell(1);
     EXPECT_EQ(ask(kRmcNetfn, 0x81), Bytes({0x00})) << "no file, no request";
     EXPECT_EQ(ask(kRmcNetfn, 0x84), Bytes({0xC1})) << "not an RMC command";
     EXPECT_EQ(logLines("0x8"), 4u);
@@ -510,7 +416,7 @@ TEST_F(RmcEmulatorTest, SdrRepositoryWalkReadsEveryRecord)
 
 TEST_F(RmcEmulatorTest, ReservationTakenOverLanCancelsOurs)
 {
-    if (!onPath("ipmitool")) {
+    if (!vekRmcEmulator::hasIpmitool()) {
         GTEST_SKIP() << "ipmitool is not installed (Debian package ipmitool)";
     }
     const Bytes reserved = ask(0x0A, 0x22);
@@ -518,9 +424,7 @@ TEST_F(RmcEmulatorTest, ReservationTakenOverLanCancelsOurs)
     const Bytes getFirst = {reserved[1], reserved[2], 0, 0, 0, 5};
     EXPECT_EQ(ask(0x0A, 0x23, getFirst)[0], 0x00);
 
-    const CommandResult lan =
-        run("ipmitool -I lan -H 127.0.0.1 -p " + lanPort_ + " -U admin -P admin raw 0x0a 0x22");
-    ASSERT_EQ(lan.status, 0) << lan.output;
+    ASSERT_NO_THROW(rmc_->reserveSdrOverLan());
 
     EXPECT_EQ(ask(0x0A, 0x23, getFirst), Bytes({0xC5})) << "reservation cancelled";
     const Bytes again = ask(0x0A, 0x22);
@@ -529,53 +433,48 @@ TEST_F(RmcEmulatorTest, ReservationTakenOverLanCancelsOurs)
 
 TEST_F(RmcEmulatorTest, RestartedEmulatorIsReachedAgain)
 {
-    const std::string sameAddress = address_;
-    const std::string fixedPorts = "VEK_RMC_PORT=" + port() + " VEK_RMC_LAN_PORT=" + lanPort_;
+    const std::string sameAddress = rmc_->address();
     ASSERT_EQ(ask(0x06, 0x01)[0], 0x00);
 
     // Down and up again between two requests: nobody notices.
-    stopEmulator();
-    startEmulator(fixedPorts);
-    ASSERT_EQ(address_, sameAddress);
+    rmc_->restart();
+    ASSERT_EQ(rmc_->address(), sameAddress);
     EXPECT_EQ(ask(0x06, 0x01)[0], 0x00);
 
     // A request while it is down fails as a send; the next one after it is
     // back goes through.
-    stopEmulator();
+    rmc_->stop();
     try {
         ask(0x06, 0x01);
         ADD_FAILURE() << "no RMC, but an answer";
     } catch (const TransportException& e) {
         EXPECT_EQ(e.failure(), TransportFailure::Send);
     }
-    startEmulator(fixedPorts);
+    rmc_->restart();
     EXPECT_EQ(ask(0x06, 0x01)[0], 0x00);
 
     // Spool numbering goes on across restarts.
     EXPECT_EQ(sendCommand("WriteInventory", payloadOf(100)).back().status, 0);
-    stopEmulator();
-    startEmulator(fixedPorts);
+    rmc_->restart();
     EXPECT_EQ(sendCommand("WriteInventory", payloadOf(100)).back().status, 0);
     EXPECT_EQ(spoolFiles(), std::vector<std::string>({"000001-WriteInventory.txt", "000002-WriteInventory.txt"}));
 }
 
 TEST(RmcEmulatorScript, WithoutASpoolFolderItMakesAndPrintsOne)
 {
-    if (!onPath("ipmi_sim")) {
-        GTEST_SKIP() << "ipmi_sim is not installed (Debian package openipmi): the RMC emulator tests need it";
-    }
+    VEK_REQUIRE_RMC_EMULATOR();
     const std::string env = "env -u VEK_RMC_SPOOL VEK_RMC_MODULE='" + kModule + "' ";
-    const CommandResult started = run(env + "'" + kScript + "' start");
+    const vekRmcEmulator::Result started = vekRmcEmulator::run(env + "'" + kScript + "' start");
     ASSERT_EQ(started.status, 0) << started.output;
     const std::string spool = valueOf(started.output, "VEK_RMC_SPOOL");
     ASSERT_FALSE(spool.empty()) << started.output;
     struct stat st;
     EXPECT_EQ(stat((spool + "/ipmi_sim/vekrmc/sdr.20.main").c_str(), &st), 0) << "fresh SDR repository";
 
-    EXPECT_EQ(run(env + "'" + kScript + "' status '" + spool + "'").status, 0);
-    EXPECT_EQ(run(env + "'" + kScript + "' stop '" + spool + "'").status, 0);
-    EXPECT_NE(run(env + "'" + kScript + "' status '" + spool + "'").status, 0);
-    run("rm -rf '" + spool + "'");
+    EXPECT_EQ(vekRmcEmulator::run(env + "'" + kScript + "' status '" + spool + "'").status, 0);
+    EXPECT_EQ(vekRmcEmulator::run(env + "'" + kScript + "' stop '" + spool + "'").status, 0);
+    EXPECT_NE(vekRmcEmulator::run(env + "'" + kScript + "' status '" + spool + "'").status, 0);
+    vekRmcEmulator::run("rm -rf '" + spool + "'");
 }
 
 } // namespace

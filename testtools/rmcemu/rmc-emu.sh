@@ -10,7 +10,8 @@
 # folder of the last start. Ports: $VEK_RMC_PORT (serial, TCP) and
 # $VEK_RMC_LAN_PORT (IPMI LAN, UDP), else free ones are picked.
 # The module: $VEK_RMC_MODULE, else vekrmc_module.so under $VEK_BUILD_DIR,
-# else under the repository's build*/ folders (newest first).
+# else under the repository's build*/ folders (newest first). The SDR
+# repository: $VEK_RMC_SDRS (sdrcomp source), else rmc.sdrs beside this script.
 # See README.md beside this script.
 set -euo pipefail
 
@@ -139,10 +140,17 @@ EOF
 # doorbells, inject) are the caller's and stay.
 fresh_state() {
     local dir="$1"
+    local source="${VEK_RMC_SDRS:-$HERE/rmc.sdrs}"
+    [ -f "$source" ] || die "SDR source $source does not exist"
     rm -rf "$dir/ipmi_sim"
     mkdir -p "$dir/ipmi_sim/$SIM_NAME"
-    sdrcomp -8 -o "$dir/ipmi_sim/$SIM_NAME/sdr.20.main" "$HERE/rmc.sdrs" >"$dir/sdrcomp.out" 2>&1 ||
-        die "sdrcomp failed: $(cat "$dir/sdrcomp.out")"
+    if grep -Eq '^[[:space:]]*sdr[[:space:]]' "$source"; then
+        sdrcomp -8 -o "$dir/ipmi_sim/$SIM_NAME/sdr.20.main" "$source" >"$dir/sdrcomp.out" 2>&1 ||
+            die "sdrcomp failed: $(cat "$dir/sdrcomp.out")"
+    else
+        # No record at all: an empty repository (sdrcomp wants at least one).
+        : >"$dir/sdrcomp.out"
+    fi
 }
 
 # Waits until ipmi_sim accepts connections on its serial port: 0 ready,

@@ -8,16 +8,25 @@
  *   netfn 0x3A cmd 0x81  doorbell 1 (inventory request)
  *   netfn 0x3A cmd 0x82  doorbell 2 (telemetry)
  *   netfn 0x3A cmd 0x83  doorbell 3 (I/O firmware update)
+ *   netfn 0x06 cmd 0x36  the interface capabilities (5 bytes)
+ *   netfn 0x34 cmd 0x08  the partition id of the host (8 bytes)
  *
  * The option string of "loadlib" is the state folder. There:
  *   NNNNNN-<command>.txt  every command received whole (payload without its
  *                         terminating NUL), written under a temporary name
  *                         and renamed, so a reader never sees half a file;
  *   doorbell1..3          the bytes a doorbell answers (absent: nothing);
- *   inject                "STATUS COUNT [EXIT]": the next COUNT chunks are
- *                         refused with that transfer status;
+ *   inject                "STATUS COUNT [EXIT [AFTER]]": after AFTER chunks
+ *                         taken, the next COUNT chunks are refused with that
+ *                         transfer status;
+ *   inject_cc             "CC COUNT [0 [AFTER]]": the same for the commands
+ *                         of net function 0x3A, answered with that
+ *                         completion code alone;
  *   max_length            the largest declared payload length accepted
  *                         (default 16 MiB), larger ones get status 8;
+ *   capabilities          the 5 bytes of 0x06 0x36 (default 01 40 40 0a 01);
+ *   partition_id          the 8 bytes of 0x34 0x08, zero-padded (default
+ *                         01 00 00 00 00 00 00 00);
  *   rmc.log               one line per command handled.
  *
  * ipmi_sim runs one thread, so the handlers need no locking.
@@ -43,6 +52,10 @@
 #define RMC_CMD_CLI_CHUNK 0x80
 #define RMC_CMD_DOORBELL1 0x81
 #define RMC_CMD_DOORBELL3 0x83
+#define APP_NETFN 0x06
+#define APP_CMD_GET_CAPABILITIES 0x36
+#define PARTITION_NETFN 0x34
+#define PARTITION_CMD_GET_ID 0x08
 
 #define CHUNK_SIZE 60
 #define NAME_FIELD_LENGTH 20
@@ -205,42 +218,74 @@ static uint32_t max_length(void)
     return value > 0xFFFFFFFFul ? 0xFFFFFFFFu : (uint32_t) value;
 }
 
-/* Takes one refusal off the "inject" file. 1 when this chunk is refused. */
-static int take_injection(unsigned char *status, unsigned char *exit_status)
+/* Takes one use off a fault file "VALUE COUNT [EXTRA [AFTER]]" (values 0
+ * to 255): after AFTER commands let through, the next COUNT get the fault.
+ * Counted down in the file, removed when used up. 1 when it applies. */
+static int take_counted(const char *file, unsigned char *value, unsigned char *extra)
 {
     char path[4096];
     unsigned char buf[64];
-    long got = read_state_file("inject", buf, sizeof(buf) - 1);
-    unsigned int st, count, ex = 0;
+    long got = read_state_file(file, buf, sizeof(buf) - 1);
+    int v, ex = 0;
+    unsigned int count, after = 0;
     int fields;
+    int applies;
     FILE *f;
 
     if (got <= 0)
         return 0;
     buf[got] = '\0';
-    fields = sscanf((char *) buf, "%u %u %u", &st, &count, &ex);
-    state_path(path, sizeof(path), "inject");
-    if (fields < 2 || count == 0 || st > 0xFF || ex > 0xFF) {
-        rmc_log("inject file ignored: [%s]", (char *) buf);
+    fields = sscanf((char *) buf, "%i %u %i %u", &v, &count, &ex, &after);
+    state_path(path, sizeof(path), file);
+    if (fields < 2 || count == 0 || v < 0 || v > 0xFF || ex < 0 || ex > 0xFF) {
+        rmc_log("%s file ignored: [%s]", file, (char *) buf);
         unlink(path);
         return 0;
     }
-    count--;
+    applies = (after == 0);
+    if (applies)
+        count--;
+    else
+        after--;
     if (count == 0) {
         unlink(path);
     } else {
         f = fopen(path, "w");
         if (f) {
-            fprintf(f, "%u %u %u\n", st, count, ex);
+            if (after > 0)
+                fprintf(f, "%d %u %d %u\n", v, count, ex, after);
+            else
+                fprintf(f, "%d %u %d\n", v, count, ex);
             fclose(f);
         }
     }
-    *status = (unsigned char) st;
-    *exit_status = (unsigned char) ex;
+    if (!applies)
+        return 0;
+    *value = (unsigned char) v;
+    *extra = (unsigned char) ex;
     return 1;
 }
 
-/* Writes a finished command to NNNNNN-<command>.txt. 0 or errno. */
+/* Takes one refusal off the "inject" file. 1 when this chunk is refused. */
+static int take_injection(unsigned char *status, unsigned char *exit_status)
+{
+    return take_counted("inject", status, exit_status);
+}
+
+/* Takes one off the "inject_cc" file: 1 when this command of net function
+ * 0x3A is answered with that completion code alone. */
+static int take_cc_injection(msg_t *msg, unsigned char *rdata, unsigned int *rdata_len)
+{
+    unsigned char cc, unused;
+
+    if (!take_counted("inject_cc", &cc, &unused))
+        return 0;
+    rdata[0] = cc;
+    *rdata_len = 1;
+    rmc_log("0x%02x completion code 0x%02x injected", msg->cmd, cc);
+    return 1;
+}
+
 static int store_command(const struct transfer *t, char *written, size_t written_size)
 {
     char tmp[4096];
@@ -404,6 +449,8 @@ static void handle_cli_chunk(lmc_data_t *mc, msg_t *msg, unsigned char *rdata, u
     (void) mc;
     (void) cb_data;
 
+    if (take_cc_injection(msg, rdata, rdata_len))
+        return;
     if (msg->len != CHUNK_SIZE) {
         rmc_log("0x80 refused: %u data bytes instead of %d", msg->len, CHUNK_SIZE);
         rdata[0] = CC_REQUEST_LENGTH_INVALID;
@@ -443,6 +490,8 @@ static void handle_doorbell(lmc_data_t *mc, msg_t *msg, unsigned char *rdata, un
     (void) mc;
     (void) cb_data;
 
+    if (take_cc_injection(msg, rdata, rdata_len))
+        return;
     snprintf(name, sizeof(name), "doorbell%u", level);
     rdata[0] = CC_OK;
     got = capacity > 1 ? read_state_file(name, rdata + 1, capacity - 1) : -1;
@@ -453,6 +502,45 @@ static void handle_doorbell(lmc_data_t *mc, msg_t *msg, unsigned char *rdata, un
     }
     *rdata_len = 1 + (unsigned int) got;
     rmc_log("0x%02x doorbell %u: answered %ld bytes", msg->cmd, level, got);
+}
+
+/* A fixed-size answer: the state file's bytes over the defaults. */
+static void answer_fixed(const char *file, const unsigned char *defaults, unsigned int size, msg_t *msg,
+                         unsigned char *rdata, unsigned int *rdata_len)
+{
+    unsigned char answer[16];
+    long got;
+
+    memcpy(answer, defaults, size);
+    got = read_state_file(file, answer, size);
+    if (got >= 0 && (unsigned int) got < size)
+        memset(answer + got, 0, size - (unsigned int) got);
+    rdata[0] = CC_OK;
+    memcpy(rdata + 1, answer, size);
+    *rdata_len = 1 + size;
+    rmc_log("0x%02x/0x%02x %s: answered %u bytes%s", msg->netfn, msg->cmd, file, size,
+            got < 0 ? " (defaults)" : "");
+}
+
+static void handle_capabilities(lmc_data_t *mc, msg_t *msg, unsigned char *rdata, unsigned int *rdata_len,
+                                void *cb_data)
+{
+    /* One request at a time, 64-byte buffers, 10 seconds, one retry. */
+    static const unsigned char defaults[5] = {0x01, 0x40, 0x40, 0x0a, 0x01};
+
+    (void) mc;
+    (void) cb_data;
+    answer_fixed("capabilities", defaults, sizeof(defaults), msg, rdata, rdata_len);
+}
+
+static void handle_partition_id(lmc_data_t *mc, msg_t *msg, unsigned char *rdata, unsigned int *rdata_len,
+                                void *cb_data)
+{
+    static const unsigned char defaults[8] = {0x01, 0, 0, 0, 0, 0, 0, 0};
+
+    (void) mc;
+    (void) cb_data;
+    answer_fixed("partition_id", defaults, sizeof(defaults), msg, rdata, rdata_len);
 }
 
 /* Files of earlier runs keep their numbers: go on after the highest. */
@@ -505,6 +593,10 @@ int ipmi_sim_module_init(sys_data_t *sys, const char *options)
     rv = ipmi_emu_register_cmd_handler(RMC_NETFN, RMC_CMD_CLI_CHUNK, handle_cli_chunk, sys);
     for (cmd = RMC_CMD_DOORBELL1; !rv && cmd <= RMC_CMD_DOORBELL3; cmd++)
         rv = ipmi_emu_register_cmd_handler(RMC_NETFN, cmd, handle_doorbell, sys);
+    if (!rv)
+        rv = ipmi_emu_register_cmd_handler(APP_NETFN, APP_CMD_GET_CAPABILITIES, handle_capabilities, sys);
+    if (!rv)
+        rv = ipmi_emu_register_cmd_handler(PARTITION_NETFN, PARTITION_CMD_GET_ID, handle_partition_id, sys);
     if (rv) {
         fprintf(stderr, "vekrmc: unable to register the RMC commands: %s\n", strerror(rv));
         return rv;

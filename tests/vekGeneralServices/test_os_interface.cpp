@@ -1,3 +1,4 @@
+#include "SMBIOSVMware.h"
 #include "vekOSInterface.h"
 #include "vekVmwareOSInterface.h"
 #include "vekTestRoot.h"
@@ -6,7 +7,6 @@
 
 #include <unistd.h>
 
-#include <cstddef>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -17,24 +17,31 @@ namespace {
 
 const char kHardwareList[] = "/opt/zolvek/tmp/vek_hwlist.txt";
 
-std::string bundledOutput(const std::string& file)
+std::string bundledFile(const std::string& file)
 {
-    std::ifstream in(std::string(VEK_SIMHOST_DIR) + "/profiles/rack-type4/sim/cli/" + file);
+    std::ifstream in(std::string(VEK_SIMHOST_DIR) + "/profiles/rack-type4/" + file, std::ios::binary);
     std::stringstream text;
     text << in.rdbuf();
     return text.str();
 }
 
-// Nothing tested here reads SMBIOS: the interface only keeps the reference.
-vekSmbiosInterface& unusedSmbios()
+std::string bundledOutput(const std::string& file)
 {
-    alignas(std::max_align_t) static unsigned char storage[64];
-    return *reinterpret_cast<vekSmbiosInterface*>(storage);
+    return bundledFile("sim/cli/" + file);
+}
+
+// The host's SMBIOS: the bundled rack server's table, copied into the case's
+// root. The OS interface only keeps the reference.
+vekSmbiosInterface& hostSmbios(const vekTestRoot& root)
+{
+    root.writeFile("/sys/firmware/dmi/tables/DMI", bundledFile("sys/firmware/dmi/tables/DMI"));
+    static SMBIOSVMware smbios;
+    return smbios;
 }
 
 class OSInterfaceTest : public vekRootTest {
 protected:
-    vekVmwareOSInterface& osi = vekVmwareOSInterface::getInstance(unusedSmbios());
+    vekVmwareOSInterface& osi = vekVmwareOSInterface::getInstance(hostSmbios(root));
 
     void useBundledPciList() const { root.writeCliOutput("hardware pci list", bundledOutput("hardware_pci_list.txt")); }
 
@@ -122,7 +129,8 @@ TEST_F(OSInterfaceTest, UnInitializeRemovesTheList)
 
 TEST_F(OSInterfaceTest, OneInstance)
 {
-    EXPECT_EQ(&vekVmwareOSInterface::getInstance(unusedSmbios()), &osi);
+    EXPECT_EQ(&vekVmwareOSInterface::getInstance(hostSmbios(root)), &osi);
+    EXPECT_EQ(hostSmbios(root).platform(), 4);
 }
 
 TEST_F(OSInterfaceTest, ServicesTheHostDoesNotOffer)

@@ -1,0 +1,123 @@
+// The platform services as the service builds them at start, on the bundled
+// rack server's SMBIOS table and the emulated RMC.
+
+#include "IELEvent.h"
+#include "SDRRepositoryCache.h"
+#include "vekInBandComManager.h"
+#include "vekPlatformServiceBuilder.h"
+#include "vekPlatformServices.h"
+#include "vekRmcEmulator.h"
+#include "vekSmbiosInterface.h"
+#include "vekTestRoot.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string readWhole(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+class PlatformServicesTest : public vekRootTest {
+protected:
+    void SetUp() override
+    {
+        setenv("VEK_TIME_SCALE", "100", 1);
+        // modprobe and mknod of a driver reload: recorded, never run.
+        const std::string bin = root.path() + "/fakebin";
+        root.makeDirectory("/fakebin");
+        for (const char* tool : {"modprobe", "mknod"}) {
+            root.writeFile(std::string("/fakebin/") + tool, "#!/bin/sh\nexit 1\n");
+            chmod((bin + "/" + tool).c_str(), 0755);
+        }
+        setenv("PATH", (bin + ":" + getenv("PATH")).c_str(), 1);
+    }
+
+    // The SMBIOS table of the bundled rack server (platform TRB).
+    void useRackServerTable()
+    {
+        const std::string table = readWhole(std::string(VEK_SIMHOST_DIR) +
+                                            "/profiles/rack-type4/sys/firmware/dmi/tables/DMI");
+        ASSERT_FALSE(table.empty());
+        root.writeFile("/sys/firmware/dmi/tables/DMI", table);
+    }
+};
+
+TEST_F(PlatformServicesTest, ResourceManagerListFollowsTheHostOs)
+{
+    EXPECT_EQ(vekResourceManagerIdsFor("VMware ESXi 8.0.3 build-24022510"), (std::vector<int>{1, 0, 2, 3, 4, 5}));
+    EXPECT_EQ(vekResourceManagerIdsFor("Linux rack 6.1.0 x86_64"),
+              (std::vector<int>{6, 99, 8, 1, 0, 2, 3, 4, 5}));
+}
+
+TEST_F(PlatformServicesTest, RackServerGetsTheTrbEventMapTheChannelAndTheSdrCache)
+{
+    VEK_REQUIRE_RMC_EMULATOR();
+    useRackServerTable();
+    vekRmcEmulator rmc;
+    vekLogTail debug(vekTestDebugLogPath());
+
+    std::unique_ptr<vekPlatformServices> services = vekPlatformServiceManager::getPlatformServices(0);
+    ASSERT_NE(services, nullptr);
+    EXPECT_EQ(services->getPlatform(), 4);
+    EXPECT_EQ(services->getPlatformAsString(), "4");
+    ASSERT_NE(services->getvekSmbiosInterface(), nullptr);
+    EXPECT_EQ(services->getInbandComInterface(), &vekInBandComManager::getInstance(*services->getvekSmbiosInterface()));
+
+    ASSERT_NE(services->getIELEventResolver(), nullptr);
+    IELEventResolver& resolve = *services->getIELEventResolver();
+    EXPECT_EQ(resolve(static_cast<IELEVENT::IELEventId>(35)), 1978);
+    EXPECT_EQ(resolve(static_cast<IELEVENT::IELEventId>(49)), 1968);
+
+    // This test runs on Linux, so the ids without a manager lead the list.
+    EXPECT_EQ(services->getResourceManagerIds(), (std::vector<int>{6, 99, 8, 1, 0, 2, 3, 4, 5}));
+    EXPECT_TRUE(debug.contains("Building the Resource Manager List applicable to the Environment"));
+    EXPECT_TRUE(debug.contains("Target OS [Linux"));
+
+    // The SDR cache reads the RMC's repository at its first use.
+    ASSERT_NE(services->getIPMISDRRepositoryCache(), nullptr);
+    auto& cache = *services->getIPMISDRRepositoryCache();
+    EXPECT_NE(cache.begin(), cache.end());
+}
+
+TEST_F(PlatformServicesTest, UnknownPlatformGetsTheOlderEventMap)
+{
+    VEK_REQUIRE_RMC_EMULATOR();
+    // No SMBIOS table at all: the platform is not known.
+    vekRmcEmulator rmc;
+    std::unique_ptr<vekPlatformServices> services = vekPlatformServiceManager::getPlatformServices(0);
+    ASSERT_NE(services->getIELEventResolver(), nullptr);
+    IELEventResolver& resolve = *services->getIELEventResolver();
+    EXPECT_EQ(resolve(static_cast<IELEVENT::IELEventId>(35)), 1501);
+    try {
+        resolve(static_cast<IELEVENT::IELEventId>(49));
+        FAIL() << "id 49 resolved before TRB";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "IEL Event Not Matching");
+    }
+}
+
+TEST_F(PlatformServicesTest, NoChannelToTheRmcFailsTheWholeBuild)
+{
+    useRackServerTable();
+    unsetenv("VEK_IPMI_EXTERNAL");
+    vekLogTail main(vekTestMainLogPath());
+    EXPECT_THROW(vekPlatformServiceManager::getPlatformServices(0), std::runtime_error);
+    EXPECT_TRUE(main.contains("FAILURE in Initializing the Communication Channel [IPMI - Connection - Failed]"))
+        << main.newText();
+}
+
+} // namespace

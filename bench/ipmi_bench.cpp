@@ -6,6 +6,7 @@
 
 #include "vekIPMIService.h"
 #include "vekRMCCliProtocol.h"
+#include "vekSamplePayload.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -138,15 +139,7 @@ size_t minimumExchanges(size_t payloadLength)
 
 std::string payloadOf(size_t length)
 {
-    std::string text = "{\"Inventory\":[";
-    unsigned x = static_cast<unsigned>(length);
-    while (text.size() < length) {
-        x = x * 1103515245u + 12345u;
-        text += "{\"k" + std::to_string(x % 977) + "\":\"" + std::string(1 + (x >> 8) % 9, char('a' + (x >> 16) % 26)) +
-                "\"},";
-    }
-    text.resize(length);
-    return text;
+    return vekIPMITest::payloadOf(length, static_cast<unsigned>(length));
 }
 
 // A root of our own, so that the service's configuration and logs (errors

@@ -3,26 +3,15 @@
 // Small helpers of the IPMI tests: sample payloads, both log channels read
 // together, and an environment variable set for a scope.
 
+#include "vekRmcEmulator.h"
+#include "vekSamplePayload.h"
 #include "vekTestRoot.h"
 
 #include <cstdlib>
+#include <memory>
 #include <string>
 
 namespace vekIPMITest {
-
-// A payload of this length: JSON-like text, different for each seed.
-inline std::string payloadOf(size_t length, unsigned seed = 1)
-{
-    std::string text = "{\"Inventory\":[";
-    unsigned x = seed * 2654435761u + 12345u;
-    while (text.size() < length) {
-        x = x * 1103515245u + 12345u;
-        text += "{\"k" + std::to_string(x % 977) + "\":\"" + std::string(1 + (x >> 8) % 9, char('a' + (x >> 16) % 26)) +
-                "\"},";
-    }
-    text.resize(length);
-    return text;
-}
 
 // What both log files gained: debug lines go to one, the others to the main one.
 class LogTail {
@@ -65,6 +54,20 @@ private:
     const char* name_;
     bool had_;
     std::string old_;
+};
+
+// A case with its own emulated RMC, its state folder under the case's root,
+// and time running ten times faster.
+class RmcCase : public vekRootTest {
+protected:
+    void SetUp() override
+    {
+        VEK_REQUIRE_RMC_EMULATOR();
+        rmc_.reset(new vekRmcEmulator(root.path() + "/rmc"));
+    }
+
+    ScopedEnv timeScale_{"VEK_TIME_SCALE", "10"};
+    std::unique_ptr<vekRmcEmulator> rmc_;
 };
 
 } // namespace vekIPMITest

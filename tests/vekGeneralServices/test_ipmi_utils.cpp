@@ -20,16 +20,7 @@ using namespace vekIPMITest;
 
 namespace {
 
-class IPMIUtilsTest : public vekRootTest {
-protected:
-    void SetUp() override
-    {
-        VEK_REQUIRE_RMC_EMULATOR();
-        rmc_.reset(new vekRmcEmulator(root.path() + "/rmc"));
-    }
-
-    ScopedEnv timeScale_{"VEK_TIME_SCALE", "10"};
-    std::unique_ptr<vekRmcEmulator> rmc_;
+class IPMIUtilsTest : public vekIPMITest::RmcCase {
 };
 
 TEST_F(IPMIUtilsTest, CommandsArriveWholeAndReturnZero)

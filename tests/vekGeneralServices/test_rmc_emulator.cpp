@@ -6,6 +6,7 @@
 #include "vekIPMIExternalTransport.h"
 #include "vekIPMITransport.h"
 #include "vekRmcEmulator.h"
+#include "vekSamplePayload.h"
 #include "vekTestRoot.h"
 
 #include <gtest/gtest.h>
@@ -57,19 +58,7 @@ struct ChunkReply {
     uint8_t exitStatus = 0xFF;
 };
 
-// A payload text of the given length, deterministic, JSON-like and varied.
-std::string payloadOf(size_t length, unsigned seed = 1)
-{
-    std::string text = "{\"Inventory\":[";
-    unsigned x = seed * 2654435761u + 12345u;
-    while (text.size() < length) {
-        x = x * 1103515245u + 12345u;
-        text += "{\"k" + std::to_string(x % 977) + "\":\"" + std::string(1 + (x >> 8) % 9, char('a' + (x >> 16) % 26)) +
-                "\"},";
-    }
-    text.resize(length);
-    return text;
-}
+using vekIPMITest::payloadOf;
 
 class RmcEmulatorTest : public vekRootTest {
 protected:

@@ -84,16 +84,7 @@ std::string idString(const SDRRecord& record, size_t typeLengthOffset)
     return std::string(record.begin() + typeLengthOffset + 1, record.begin() + typeLengthOffset + 1 + length);
 }
 
-class SDRCacheTest : public vekRootTest {
-protected:
-    void SetUp() override
-    {
-        VEK_REQUIRE_RMC_EMULATOR();
-        rmc_.reset(new vekRmcEmulator(root.path() + "/rmc"));
-    }
-
-    ScopedEnv timeScale_{"VEK_TIME_SCALE", "10"};
-    std::unique_ptr<vekRmcEmulator> rmc_;
+class SDRCacheTest : public vekIPMITest::RmcCase {
 };
 
 TEST_F(SDRCacheTest, WalkReadsEveryRecordAsItCame)

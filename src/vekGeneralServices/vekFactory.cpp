@@ -1,11 +1,16 @@
 #include "vekFactory.h"
 
+#include "HostResourceManager/HostResourceManager.h"
+#include "vekResourceIds.h"
+
 vekResourceManager* vekFactory::createInstance(int id)
 {
     // One case per manager (ids of vekResourceIds), each returning its
     // getInstance(). This switch is the one place that knows which ids have
     // a manager.
     switch (id) {
+    case vekResourceIds::HOST:
+        return &HostResourceManager::getInstance();
     default:
         return nullptr;
     }

@@ -2,6 +2,8 @@
 
 #include "vekConfig.h"
 #include "vekFactory.h"
+#include "vekIPMIDBService.h"
+#include "vekJsonAggregator.h"
 #include "vekLog.h"
 #include "vekPlatformServices.h"
 #include "vekResourceIds.h"
@@ -97,6 +99,18 @@ void* initializeResourceManager(int id, vekResourceManager* rm, vekPlatformServi
 {
     VEK_LOG_DEBUG(TAG, "Creating thread for %s", vekResourceIds::nameOf(id).c_str());
     rm->init(*services);
+    return nullptr;
+}
+
+void* startInventoryPushThread(void* /*unused*/)
+{
+    vekJsonAggregator::getInstance().initializeCachePush();
+    return nullptr;
+}
+
+void* startIPMIDBMonitor(void* /*unused*/)
+{
+    vekIPMIDBService::startMonitoring();
     return nullptr;
 }
 

@@ -51,6 +51,14 @@ private:
 // the thread. Returns null.
 void* initializeResourceManager(int id, vekResourceManager* rm, vekPlatformServices* services);
 
+// Thread body of the inventory aggregator: runs
+// vekJsonAggregator::initializeCachePush() on the singleton. Returns null.
+void* startInventoryPushThread(void* unused);
+
+// Thread body of the doorbell monitor: runs vekIPMIDBService::startMonitoring().
+// Returns null.
+void* startIPMIDBMonitor(void* unused);
+
 // The crash hook of the service's own tests: with SimulateUnhandledException
 // at 11 it faults (SIGSEGV), at 6 it throws an exception nobody catches
 // (SIGABRT); with any other value it returns.

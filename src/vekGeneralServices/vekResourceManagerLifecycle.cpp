@@ -62,7 +62,7 @@ bool vekResourceManagerLifecycle::waitForNextPass(std::chrono::milliseconds peri
     return !stopRequested_;
 }
 
-void vekResourceManagerLifecycle::cacheBuild(const std::function<Inventory()>& collect)
+void vekResourceManagerLifecycle::cacheBuild(const std::function<Inventory()>& collect, bool pushWhenPending)
 {
     {
         std::scoped_lock lock(inventoryMutex_, backupMutex_);
@@ -83,9 +83,20 @@ void vekResourceManagerLifecycle::cacheBuild(const std::function<Inventory()>& c
     buildInProgress_ = false;
     ready_ = true;
 
-    if (pendingPush_.exchange(false) && pushInventory_) {
+    if (pushWhenPending) {
+        pushIfPending();
+    }
+}
+
+bool vekResourceManagerLifecycle::pushIfPending()
+{
+    if (!pendingPush_.exchange(false)) {
+        return false;
+    }
+    if (pushInventory_) {
         pushInventory_();
     }
+    return true;
 }
 
 bool vekResourceManagerLifecycle::getInventory(Inventory& out)

@@ -53,8 +53,14 @@ public:
     // One build: the current inventory becomes the backup, collect() runs
     // without any lock, its result becomes the current inventory and the
     // manager counts as ready. A collect() that throws leaves the current
-    // inventory as it was and passes the exception on.
-    void cacheBuild(const std::function<Inventory()>& collect);
+    // inventory as it was and passes the exception on. A push left pending
+    // by the aggregator goes out at the end, unless the manager asks to send
+    // it itself (pushWhenPending false) through pushIfPending().
+    void cacheBuild(const std::function<Inventory()>& collect, bool pushWhenPending = true);
+
+    // Sends the push that a missed last poll left pending, once; true when
+    // there was one.
+    bool pushIfPending();
 
     // Appends the inventory to the vector. While a build runs, or while the
     // current copy is being replaced, that is the backup copy and the result

@@ -1,16 +1,27 @@
 // vekd: the service executable. Loads the library and drives its exported
 // operations: start in order, wait for SIGTERM or SIGINT, stop in order.
-// A failure of one step is logged and the next step still runs.
+// A failure of one step is logged and the next step still runs, except the
+// platform services: without a channel to the RMC the service cannot work,
+// so it says why and exits with status 1, before anything else started.
 
+#include "IELEvent.h"
 #include "Logger.h"
 #include "vekConfig.h"
+#include "vekEvent.h"
+#include "vekEventHandler.h"
 #include "vekGlobalDef.h"
+#include "vekIPMIDBService.h"
+#include "vekInBandComManager.h"
 #include "vekJobManager.h"
+#include "vekJsonAggregator.h"
 #include "vekLog.h"
+#include "vekPlatformServiceBuilder.h"
 #include "vekPlatformServices.h"
 
 #include <csignal>
+#include <cstdio>
 #include <exception>
+#include <memory>
 #include <pthread.h>
 #include <string>
 #include <vector>
@@ -19,19 +30,6 @@ namespace {
 const char TAG[] = "VEKD";
 
 using vekGlobalDef::VMwareOSUtils;
-
-// The Resource Manager ids of this host: Host first; on Linux the ids that
-// have no manager go ahead and must stay disabled in the configuration.
-std::vector<int> resourceManagerIds()
-{
-    std::vector<int> ids{1, 0, 2, 3, 4, 5};
-    const std::string os = VMwareOSUtils::readHostOSDescription();
-    VEK_LOG_DEBUG(TAG, "Target OS [%s]", os.c_str());
-    if (os.find("Linux") != std::string::npos) {
-        ids.insert(ids.begin(), {6, 99, 8});
-    }
-    return ids;
-}
 
 // Runs one step of the start or stop sequence; what it throws is logged.
 template <typename Step>
@@ -46,24 +44,55 @@ void runStep(const char* what, Step step)
     }
 }
 
-void start(vekPlatformServices& services)
+msgHeader hostHeader()
 {
-    runStep("Service init of the start-stop file",
-            [] { VMwareOSUtils::vekStartStopFileOperations(vekGlobalDef::VEK_OPERATION_INIT); });
-    runStep("Boot decision", [] {
-        bool ungraceful = false;
-        bool graceful = false;
-        VMwareOSUtils::getLastOSShutdownStatus(ungraceful, graceful);
-        VEK_LOG_INFO(TAG, "Last OS shutdown: ungraceful=%d graceful=%d", ungraceful ? 1 : 0, graceful ? 1 : 0);
-    });
-    services.SetResourceManagerIds(resourceManagerIds());
-    runStep("Starting the Resource Managers", [&] { vekJobManager::getInstance().startResourceManagers(services); });
-    runStep("Recording the start", [] { VMwareOSUtils::updateVEKLastStartValue(); });
+    msgHeader header;
+    header.HostName = VMwareOSUtils::readHostName();
+    header.OSVersion = VMwareOSUtils::readHostOSVersion();
+    header.OSType = VMwareOSUtils::getOSType();
+    const std::vector<std::string> addresses = VMwareOSUtils::getIPAddress();
+    if (!addresses.empty()) {
+        header.IPAddress = addresses.front();
+    }
+    return header;
 }
 
-void stop()
+// The boot event of this start, when the host went down and came up again
+// since the service's last run: ids 2 (after a graceful shutdown) and 3
+// (after an ungraceful one).
+void sendBootEvent(vekPlatformServices& services, bool ungraceful, bool graceful)
 {
+    if (!ungraceful && !graceful) {
+        return;
+    }
+    const IELEVENT::IELEventId kind = ungraceful ? IELEVENT::IEL_EVENT_3 : IELEVENT::IEL_EVENT_2;
+    const int id = (*services.getIELEventResolver())(kind);
+    VEK_LOG_INFO(TAG, "Host OS boot after a %s shutdown: event [%d]", ungraceful ? "not-graceful" : "graceful", id);
+    vekEventHandler::generateEvent(
+        vekEvent(id, "Host", "NotApplicable", false, VMwareOSUtils::getDateTime(), "Not-Available", "VEK"));
+}
+
+// Nothing of the service has started when this fails.
+std::unique_ptr<vekPlatformServices> buildPlatformServices()
+{
+    try {
+        return vekPlatformServiceManager::getPlatformServices(0);
+    } catch (const std::exception& e) {
+        VEK_LOG_ERROR(TAG, "Cannot reach the RMC, the service stops: %s", e.what());
+        fprintf(stderr, "vekd: cannot reach the RMC (%s); see the service log\n", e.what());
+    } catch (...) {
+        VEK_LOG_ERROR(TAG, "Cannot reach the RMC, the service stops");
+        fprintf(stderr, "vekd: cannot reach the RMC; see the service log\n");
+    }
+    return nullptr;
+}
+
+void stop(vekPlatformServices& services)
+{
+    runStep("Stopping the doorbell monitor", [] { vekIPMIDBService::stopvekIPMIDBService(); });
+    runStep("Stopping the aggregator", [] { vekJsonAggregator::getInstance().stopvekJsonAggregator(); });
     runStep("Stopping the Resource Managers", [] { vekJobManager::getInstance().stopResourceManagers(); });
+    runStep("Cleaning up the dispatch queue", [&] { services.getInbandComInterface()->cleanUpDispatchQ(); });
     runStep("Shutdown of the start-stop file",
             [] { VMwareOSUtils::vekStartStopFileOperations(vekGlobalDef::VEK_OPERATION_SHUTDOWN); });
     runStep("Synchronizing persistent storage", [] { VMwareOSUtils::synchronizePersistentStorage(); });
@@ -84,15 +113,35 @@ int main()
     CPlusPlusLogging::Logger::getInstance();
     VEK_LOG_ALWAYS(TAG, "Starting the VEK service");
 
-    vekPlatformServices services;
-    start(services);
+    runStep("Service init of the start-stop file",
+            [] { VMwareOSUtils::vekStartStopFileOperations(vekGlobalDef::VEK_OPERATION_INIT); });
+    bool ungraceful = false;
+    bool graceful = false;
+    runStep("Boot decision", [&] { VMwareOSUtils::getLastOSShutdownStatus(ungraceful, graceful); });
+    VEK_LOG_INFO(TAG, "Last OS shutdown: ungraceful=%d graceful=%d", ungraceful ? 1 : 0, graceful ? 1 : 0);
+
+    std::unique_ptr<vekPlatformServices> services = buildPlatformServices();
+    if (!services) {
+        return 1;
+    }
+    vekInBandComManager* comManager = services->getInbandComInterface();
+    runStep("Setting the message header", [&] { comManager->initMessageHeader(hostHeader()); });
+    runStep("Sending the boot event", [&] { sendBootEvent(*services, ungraceful, graceful); });
+    runStep("Starting the aggregator", [&] {
+        vekJsonAggregator& aggregator = vekJsonAggregator::getInstance();
+        aggregator.initialize(comManager, services->getResourceManagerIds());
+        aggregator.start();
+    });
+    runStep("Starting the Resource Managers", [&] { vekJobManager::getInstance().startResourceManagers(*services); });
+    runStep("Starting the doorbell monitor", [] { vekIPMIDBService::startvekIPMIDBService(); });
+    runStep("Recording the start", [] { VMwareOSUtils::updateVEKLastStartValue(); });
     VEK_LOG_ALWAYS(TAG, "VEK service started");
 
     int received = 0;
     sigwait(&stopSignals, &received);
     VEK_LOG_ALWAYS(TAG, "Stop requested (signal %d)", received);
 
-    stop();
+    stop(*services);
     VEK_LOG_ALWAYS(TAG, "VEK service stopped");
     return 0;
 }

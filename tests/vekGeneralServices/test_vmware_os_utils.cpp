@@ -305,7 +305,11 @@ TEST_F(VMwareOSUtilsTest, BundledRackServerProfileAnswers)
     vekConfig config;
     EXPECT_EQ(config.getVEKLoggingLevel(), "Info");
     EXPECT_EQ(config.getVEKLogFileLocation().find("/scratch/log/zolvek/vek.log") != std::string::npos, true);
-    EXPECT_FALSE(config.isResourceEnabled(1));
+    // Only the managers that exist are enabled; ids without one stay off.
+    EXPECT_TRUE(config.isResourceEnabled(1));
+    for (int id : {6, 8, 99}) {
+        EXPECT_FALSE(config.isResourceEnabled(id)) << id;
+    }
 
     for (const char* folder : {"/opt/zolvek/tmp", "/opt/zolvek/vital", "/scratch/log/zolvek/backup_log", "/tmp"}) {
         EXPECT_EQ(access((host + folder).c_str(), W_OK), 0) << folder;

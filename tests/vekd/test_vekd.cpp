@@ -1,7 +1,10 @@
 // The service executable as a real process on a copy of the bundled rack
 // server: start, stop on SIGTERM, the start-stop file and the log lines.
 
+#include "vekRmcEmulator.h"
 #include "vekTestRoot.h"
+
+#include <json/json.h>
 
 #include <gtest/gtest.h>
 
@@ -13,7 +16,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -33,6 +38,8 @@ class VekdTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        VEK_REQUIRE_RMC_EMULATOR();
+        rmc_.reset(new vekRmcEmulator());
         char pattern[] = "/tmp/vekd-host-XXXXXX";
         ASSERT_NE(mkdtemp(pattern), nullptr);
         host_ = pattern;
@@ -43,6 +50,9 @@ protected:
 
     void TearDown() override
     {
+        if (host_.empty()) {
+            return;
+        }
         if (pid_ > 0) {
             kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
@@ -112,6 +122,23 @@ protected:
         return values;
     }
 
+    // Waits for a command in the emulated RMC's spool.
+    bool waitForCommand(const std::string& name, vekRmcEmulator::Command& found)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (std::chrono::steady_clock::now() < deadline) {
+            for (const auto& command : rmc_->spooledCommands()) {
+                if (command.name == name) {
+                    found = command;
+                    return true;
+                }
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return false;
+    }
+
+    std::unique_ptr<vekRmcEmulator> rmc_;
     std::string host_;
     pid_t pid_ = -1;
 };
@@ -169,17 +196,19 @@ TEST_F(VekdTest, BootDecisionFollowsHowTheLastRunEnded)
         long bootTime;
         const char* decision;
         const char* flags;
+        int bootEvent;  // the RMC's number of the boot event sent, 0 for none
     };
     const Case cases[] = {
         {"crash, restart in the same boot", "last_start 2000\nlast_stop 1000\ncurrent_start 0\n", 1500,
-         "VEK crashed in current boot so do nothing in point 3", "ungraceful=0 graceful=0"},
+         "VEK crashed in current boot so do nothing in point 3", "ungraceful=0 graceful=0", 0},
         {"power loss", "last_start 2000\nlast_stop 1000\ncurrent_start 0\n", 3000,
-         "In gen OS boot logic.Last shutdown was not-graceful.", "ungraceful=1 graceful=0"},
+         "In gen OS boot logic.Last shutdown was not-graceful.", "ungraceful=1 graceful=0", 435},
         {"graceful stop, then a reboot", "last_start 1000\nlast_stop 2000\ncurrent_start 0\n", 3000,
-         "In gen OS boot logic.Last shutdown was graceful.", "ungraceful=0 graceful=1"},
+         "In gen OS boot logic.Last shutdown was graceful.", "ungraceful=0 graceful=1", 434},
         {"graceful stop, restart in the same boot", "last_start 1000\nlast_stop 2000\ncurrent_start 0\n", 1500,
-         "VEK crashed in current boot so do nothing in point 2", "ungraceful=0 graceful=0"},
+         "VEK crashed in current boot so do nothing in point 2", "ungraceful=0 graceful=0", 0},
     };
+    std::set<std::string> seenEvents;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         std::ofstream(host_ + "/opt/zolvek/vital/zolVEKStartStop.txt", std::ios::trunc) << c.file;
@@ -190,10 +219,64 @@ TEST_F(VekdTest, BootDecisionFollowsHowTheLastRunEnded)
         EXPECT_TRUE(tail.contains(c.decision)) << tail.newText();
         EXPECT_TRUE(tail.contains(std::string("Last OS shutdown: ") + c.flags)) << tail.newText();
         EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+        // The boot event goes out before the first inventory, synchronously.
+        std::vector<std::string> events;
+        for (const auto& command : rmc_->spooledCommands()) {
+            if (command.name == "MPEventGen" && seenEvents.insert(command.file).second) {
+                events.push_back(command.payload);
+            }
+        }
+        if (c.bootEvent == 0) {
+            EXPECT_TRUE(events.empty());
+        } else {
+            ASSERT_EQ(events.size(), 1u);
+            EXPECT_NE(events[0].find("\"ID\":" + std::to_string(c.bootEvent) + ","), std::string::npos) << events[0];
+        }
         auto values = startStopValues();
         EXPECT_GE(values["last_start"], before);
         EXPECT_GE(values["last_stop"], values["last_start"]);
     }
+}
+
+TEST_F(VekdTest, TheHostInventoryReachesTheRmc)
+{
+    vekLogTail tail(mainLogPath());
+    start();
+    ASSERT_TRUE(waitForLog(tail, "VEK service started")) << mainLog();
+    vekRmcEmulator::Command inventory;
+    ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+
+    Json::Value document;
+    std::istringstream in(inventory.payload);
+    std::string errors;
+    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &document, &errors)) << errors;
+    const Json::Value& host = document["HostDataCollection"]["Oem"]["HostOSInfo"];
+    ASSERT_TRUE(host.isObject()) << inventory.payload;
+    EXPECT_FALSE(host["HostName"].asString().empty());
+    EXPECT_TRUE(document["HostDataCollection"]["Oem"]["CollectionInfo"].isObject()) << inventory.payload;
+    // Compact text, as the RMC takes it.
+    EXPECT_EQ(inventory.payload.find('\n'), std::string::npos);
+
+    const std::string log = mainLog();
+    EXPECT_NE(log.find("Stopped Json Aggregator gracefully."), std::string::npos) << log;
+    EXPECT_NE(log.find("VEK Exiting Gracefully!"), std::string::npos) << log;
+}
+
+TEST_F(VekdTest, WithoutTheRmcItExitsWithOneClearMessage)
+{
+    rmc_.reset();
+    unsetenv("VEK_IPMI_EXTERNAL");
+    start();
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    const std::string log = mainLog();
+    EXPECT_NE(log.find("Cannot reach the RMC, the service stops: IPMI - Connection - Failed"), std::string::npos)
+        << log;
+    EXPECT_EQ(log.find("VEK service started"), std::string::npos);
 }
 
 } // namespace

@@ -106,5 +106,7 @@ std::unique_ptr<vekPlatformServices> vekPlatformServiceManager::getPlatformServi
     std::unique_ptr<vekPlatformServiceBuilderV1> builder(new vekPlatformServiceBuilderV1());
     director.set_builder(builder.get());
     director.BuildPreTRBServices();
-    return builder->GetProduct();
+    std::unique_ptr<vekPlatformServices> services = builder->GetProduct();
+    vekPlatformServices::setCurrent(services.get());
+    return services;
 }

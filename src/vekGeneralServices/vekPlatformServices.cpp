@@ -3,10 +3,19 @@
 #include "IELEvent.h"
 #include "vekSmbiosInterface.h"
 
+#include <atomic>
+#include <exception>
 #include <utility>
+
+namespace {
+std::atomic<vekPlatformServices*> currentServices{nullptr};
+std::atomic<int> cachedPlatform{-1};
+} // namespace
 
 vekPlatformServices::~vekPlatformServices()
 {
+    vekPlatformServices* self = this;
+    currentServices.compare_exchange_strong(self, nullptr);
     delete smbios_;
     delete eventResolver_;
 }
@@ -55,4 +64,36 @@ void vekPlatformServices::SetIPMISDRRepositoryCache(vekIPMI::SDRRepositoryCacheI
 void vekPlatformServices::SetResourceManagerIds(std::vector<int> ids)
 {
     resourceManagerIds_ = std::move(ids);
+}
+
+vekPlatformServices* vekPlatformServices::getCurrent()
+{
+    return currentServices.load();
+}
+
+void vekPlatformServices::setCurrent(vekPlatformServices* services)
+{
+    currentServices.store(services);
+}
+
+int vekPlatformServices::getCachedPlatform()
+{
+    int platform = cachedPlatform.load();
+    if (platform != -1) {
+        return platform;
+    }
+    vekPlatformServices* services = currentServices.load();
+    if (services == nullptr) {
+        return -1;
+    }
+    try {
+        platform = services->getPlatform();
+    } catch (const std::exception&) {
+        // No identifier in the table: the platform is unknown.
+        platform = -1;
+    }
+    if (platform != -1) {
+        cachedPlatform.store(platform);
+    }
+    return platform;
 }

@@ -38,6 +38,16 @@ public:
     void SetIPMISDRRepositoryCache(vekIPMI::SDRRepositoryCacheInterface& cache);
     void SetResourceManagerIds(std::vector<int> ids);
 
+    // The services of this process, for what is built on first use far from
+    // the start path (the location singletons). The manager sets it when it
+    // builds them; a test that puts its own together sets it itself. Null
+    // before, and again once that object is gone.
+    static vekPlatformServices* getCurrent();
+    static void setCurrent(vekPlatformServices* services);
+    // The platform type of the current services, asked once and kept. -1
+    // (unknown, or no services yet) is not kept: the next call asks again.
+    static int getCachedPlatform();
+
 private:
     vekSmbiosInterface* smbios_ = nullptr;
     vekInBandComManager* comManager_ = nullptr;

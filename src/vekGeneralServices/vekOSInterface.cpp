@@ -1,5 +1,9 @@
 #include "vekOSInterface.h"
 
+#include "vekPlatformServices.h"
+#include "vekSmbiosInterface.h"
+#include "vekVmwareOSInterface.h"
+
 // What an OS does not offer: a host OS overrides the operations it has.
 
 bool vekOSInterface::isExecuteCommandSuccessful(int status)
@@ -10,6 +14,11 @@ bool vekOSInterface::isExecuteCommandSuccessful(int status)
 int vekOSInterface::executeCommandAndFetchOutput(const std::string& command, std::vector<std::string>& output)
 {
     throw std::runtime_error("Not Implemented!!");
+}
+
+vekGeoIDOSInterface* vekOSInterface::getGeoIDInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
 }
 
 vekSubModulesInterface* vekOSInterface::getNvdimmInterface()
@@ -40,4 +49,13 @@ vekSubModulesInterface* vekOSInterface::getTPMInterface()
 vekSubModulesInterface* vekOSInterface::getStorageInterface()
 {
     throw osi_exceptions::osi_not_implemeted();
+}
+
+vekOSInterface* vekSystemInterfaceFactory::getSystemInterface()
+{
+    vekPlatformServices* services = vekPlatformServices::getCurrent();
+    if (services == nullptr || services->getvekSmbiosInterface() == nullptr) {
+        return nullptr;
+    }
+    return &vekVmwareOSInterface::getInstance(*services->getvekSmbiosInterface());
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+class vekGeoIDOSInterface;
 class vekSmbiosInterface;
 class vekSubModulesInterface;
 
@@ -34,10 +35,19 @@ public:
     virtual std::map<std::string, std::string> getPciIdInfo(std::string pciAddress) = 0;
     virtual bool isExecuteCommandSuccessful(int status);
     virtual int executeCommandAndFetchOutput(const std::string& command, std::vector<std::string>& output);
+    virtual vekGeoIDOSInterface* getGeoIDInterface();
     virtual vekSubModulesInterface* getNvdimmInterface();
     virtual vekSmbiosInterface& getSmbiosInterface();
     virtual vekSubModulesInterface* getIBInterface();
     virtual vekSubModulesInterface* getPerformanceTMInterface();
     virtual vekSubModulesInterface* getTPMInterface();
     virtual vekSubModulesInterface* getStorageInterface();
+};
+
+// Hands out the OS interface of this host, made on first use from the SMBIOS
+// interface of the process's platform services.
+class vekSystemInterfaceFactory {
+public:
+    // Null while the process has no platform services.
+    static vekOSInterface* getSystemInterface();
 };

@@ -1,5 +1,6 @@
 #include "vekVmwareOSInterface.h"
 
+#include "vekGeoIDOSInterface.h"
 #include "vekGlobalDef.h"
 #include "vekLog.h"
 
@@ -27,7 +28,12 @@ vekVmwareOSInterface& vekVmwareOSInterface::getInstance(vekSmbiosInterface& smbi
     return instance;
 }
 
-vekVmwareOSInterface::vekVmwareOSInterface(vekSmbiosInterface& smbios) : smbios_(smbios) {}
+vekVmwareOSInterface::vekVmwareOSInterface(vekSmbiosInterface& smbios)
+    : smbios_(smbios), geoID_(new vekGeoIDVMwareInterface(*this, smbios))
+{
+}
+
+vekVmwareOSInterface::~vekVmwareOSInterface() = default;
 
 int vekVmwareOSInterface::populateHardwarePCIDetails()
 {

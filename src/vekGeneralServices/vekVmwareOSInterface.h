@@ -2,13 +2,16 @@
 
 #include "vekOSInterface.h"
 
-// The ESXi host: PCI identification from "localcli hardware pci list".
+#include <memory>
+
+// The ESXi host: PCI identification from "localcli hardware pci list", and
+// the per-resource OS interfaces it owns.
 class vekVmwareOSInterface : public vekOSInterface {
 public:
     // The SMBIOS interface counts only at the first call.
     static vekVmwareOSInterface& getInstance(vekSmbiosInterface& smbios);
 
-    ~vekVmwareOSInterface() override = default;
+    ~vekVmwareOSInterface() override;
     vekVmwareOSInterface(const vekVmwareOSInterface&) = delete;
     vekVmwareOSInterface& operator=(const vekVmwareOSInterface&) = delete;
 
@@ -18,9 +21,11 @@ public:
     // Removes the PCI list.
     int UnInitialize() override;
     std::map<std::string, std::string> getPciIdInfo(std::string pciAddress) override;
+    vekGeoIDOSInterface* getGeoIDInterface() override { return geoID_.get(); }
 
 private:
     explicit vekVmwareOSInterface(vekSmbiosInterface& smbios);
 
     vekSmbiosInterface& smbios_;
+    std::unique_ptr<vekGeoIDOSInterface> geoID_;
 };

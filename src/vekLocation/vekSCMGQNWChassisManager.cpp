@@ -1,0 +1,63 @@
+#include "vekSCMGQNWChassisManager.h"
+
+#include "vekLog.h"
+
+namespace vekSCM {
+
+namespace {
+const char TAG[] = "GQNW_SCM";
+} // namespace
+
+GQNWChassisManager* GQNWChassisManager::getInstance()
+{
+    static GQNWChassisManager instance;
+    return &instance;
+}
+
+IServerChassisManager* __GQNWChassisManager__getInstance()
+{
+    return GQNWChassisManager::getInstance();
+}
+
+int GQNWChassisManager::getPCIeSlotForIOSlot(const std::string pci, std::string& slot)
+{
+    slot = "0";
+    if (!isPCIAddressFormatValid(pci)) {
+        VEK_LOG_ERROR(TAG, "I/O controller PCI address is invalid. ([%s])", pci.c_str());
+        return SCM_INVALID_PCI_ADDRESS;
+    }
+    const vekDecodedGeoID geoID = decodedGeoID(pci);
+    if (geoID.getType() != VEK_GEOID_TYPE_IO_SLOT_LEGACY) {
+        VEK_LOG_ERROR(TAG, "PCI address: [%s]; Unexpected GeoID type: [%d]! (GeoID: [%s])", pci.c_str(),
+                      static_cast<int>(geoID.getType()), geoID.getGeoID().c_str());
+        return SCM_UNEXPECTED_GEOID_TYPE;
+    }
+    slot = geoID.geoIDSplitAt(2);
+    VEK_LOG_DEBUG(TAG, "PCI address: [%s]; GeoID: [%s]; GeoID type: [%d]; Slot #: [%s]", pci.c_str(),
+                  geoID.getGeoID().c_str(), static_cast<int>(geoID.getType()), slot.c_str());
+    return SCM_SUCCESS;
+}
+
+int GQNWChassisManager::getPCIDeviceFormFactor(const std::string pci, _VEK_DEVICE_FORM_FACTOR& formFactor)
+{
+    return legacyFormFactor(TAG, pci, formFactor);
+}
+
+// The second element of a type 1 GeoID stands after "i"; the location still
+// spells "u".
+int GQNWChassisManager::getChassisLocationForIOSlot(const std::string pci, std::string& location)
+{
+    return legacyChassisLocation(TAG, pci, VEK_GEOID_TYPE_IO_SLOT_LEGACY, location);
+}
+
+int GQNWChassisManager::checkIfPCIDevicesAreLocatedInSameChassis(const std::string pci1, const std::string pci2)
+{
+    return legacySameChassis(TAG, pci1, pci2, VEK_GEOID_TYPE_IO_SLOT_LEGACY);
+}
+
+int GQNWChassisManager::mapPCHSATAControllerPortToStorageEnclosureDriveBay(int, int)
+{
+    throw MethodNotImplementedException("mapPCHSATAControllerPortToStorageEnclosureDriveBay");
+}
+
+} // namespace vekSCM

@@ -41,6 +41,11 @@ vekSubModulesInterface* vekOSInterface::getPerformanceTMInterface()
     throw osi_exceptions::osi_not_implemeted();
 }
 
+vekPCIeManufacturerResolver* vekOSInterface::getPCIeManufacturerResolverInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
+}
+
 vekSubModulesInterface* vekOSInterface::getTPMInterface()
 {
     throw osi_exceptions::osi_not_implemeted();

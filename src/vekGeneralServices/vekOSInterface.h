@@ -6,6 +6,7 @@
 #include <vector>
 
 class vekGeoIDOSInterface;
+class vekPCIeManufacturerResolver;
 class vekSmbiosInterface;
 class vekSubModulesInterface;
 
@@ -40,6 +41,7 @@ public:
     virtual vekSmbiosInterface& getSmbiosInterface();
     virtual vekSubModulesInterface* getIBInterface();
     virtual vekSubModulesInterface* getPerformanceTMInterface();
+    virtual vekPCIeManufacturerResolver* getPCIeManufacturerResolverInterface();
     virtual vekSubModulesInterface* getTPMInterface();
     virtual vekSubModulesInterface* getStorageInterface();
 };

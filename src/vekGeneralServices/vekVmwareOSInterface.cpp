@@ -1,6 +1,7 @@
 #include "vekVmwareOSInterface.h"
 
 #include "vekGeoIDOSInterface.h"
+#include "vekPCIeManufacturerResolver.h"
 #include "vekGlobalDef.h"
 #include "vekLog.h"
 
@@ -29,8 +30,15 @@ vekVmwareOSInterface& vekVmwareOSInterface::getInstance(vekSmbiosInterface& smbi
 }
 
 vekVmwareOSInterface::vekVmwareOSInterface(vekSmbiosInterface& smbios)
-    : smbios_(smbios), geoID_(new vekGeoIDVMwareInterface(*this, smbios))
+    : smbios_(smbios),
+      geoID_(new vekGeoIDVMwareInterface(*this, smbios)),
+      resolver_(new vekVMwarePCIeManufacturerResolver(smbios, *this))
 {
+}
+
+vekPCIeManufacturerResolver* vekVmwareOSInterface::getPCIeManufacturerResolverInterface()
+{
+    return resolver_.get();
 }
 
 vekVmwareOSInterface::~vekVmwareOSInterface() = default;

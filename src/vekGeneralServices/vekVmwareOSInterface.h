@@ -22,10 +22,12 @@ public:
     int UnInitialize() override;
     std::map<std::string, std::string> getPciIdInfo(std::string pciAddress) override;
     vekGeoIDOSInterface* getGeoIDInterface() override { return geoID_.get(); }
+    vekPCIeManufacturerResolver* getPCIeManufacturerResolverInterface() override;
 
 private:
     explicit vekVmwareOSInterface(vekSmbiosInterface& smbios);
 
     vekSmbiosInterface& smbios_;
     std::unique_ptr<vekGeoIDOSInterface> geoID_;
+    std::unique_ptr<vekPCIeManufacturerResolver> resolver_;
 };

@@ -16,6 +16,8 @@ if [ -z "${VEK_ROOT:-}" ]; then
 fi
 export VEK_ROOT
 export PATH="$VEK_ROOT/bin:$PATH"
+# The fake vendor libraries of the simulated host (PL encoders, card matrix).
+export LD_LIBRARY_PATH="$build/testtools/lib${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
 export VEK_TIME_SCALE=${VEK_TIME_SCALE:-60}
 
 # The emulated RMC, on a state folder of its own.

@@ -14,6 +14,7 @@
 #include "vekInBandComManager.h"
 #include "vekJobManager.h"
 #include "vekJsonAggregator.h"
+#include "vekLocationReport.h"
 #include "vekLog.h"
 #include "vekPlatformServiceBuilder.h"
 #include "vekPlatformServices.h"
@@ -127,6 +128,7 @@ int main()
     vekInBandComManager* comManager = services->getInbandComInterface();
     runStep("Setting the message header", [&] { comManager->initMessageHeader(hostHeader()); });
     runStep("Sending the boot event", [&] { sendBootEvent(*services, ungraceful, graceful); });
+    runStep("Mapping the PCI locations", [] { vekLogPCILocations(); });
     runStep("Starting the aggregator", [&] {
         vekJsonAggregator& aggregator = vekJsonAggregator::getInstance();
         aggregator.initialize(comManager, services->getResourceManagerIds());

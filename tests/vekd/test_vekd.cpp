@@ -261,6 +261,15 @@ TEST_F(VekdTest, TheHostInventoryReachesTheRmc)
     const std::string log = mainLog();
     EXPECT_NE(log.find("Stopped Json Aggregator gracefully."), std::string::npos) << log;
     EXPECT_NE(log.find("VEK Exiting Gracefully!"), std::string::npos) << log;
+
+    // The map of places of the rack server's slots, with the PLs of its encoder.
+    const std::string debug = debugLog();
+    for (const char* line : {"0000:16:00.0  r001u03p1i01        PCIe CEM   r001u03   03010301FF01FFFF",
+                             "0000:2a:00.0  r001u03p1o1         OCP        r001u03   070103FFFFFFFFFF",
+                             "0000:00:17.0  r001u03p1i00        on-board   r001u03   03010301FF00FFFF",
+                             "0000:87:00.0  r001u03p1x1y02      SSD/HDD    -         460103010102FFFF"}) {
+        EXPECT_NE(debug.find(std::string("LOCATION_MAP:        ") + line), std::string::npos) << line;
+    }
 }
 
 TEST_F(VekdTest, WithoutTheRmcItExitsWithOneClearMessage)

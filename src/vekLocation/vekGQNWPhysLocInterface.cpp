@@ -45,7 +45,7 @@ std::string vekGQNWPhysLocInterface::physlocEncode(const std::string& pci, const
 
 std::string vekGQNWPhysLocInterface::getPhysLocForDIMMSlot(const std::string& dimmID)
 {
-    return vekPhysLocEncodeDimm(*library_, TAG, {2, 41, false, false}, dimmID);
+    return physlocEncodeForDIMM(*library_, TAG, {2, 41, false, false}, dimmID);
 }
 
 std::string vekGQNWPhysLocInterface::getPhysLocForPCIDevice(const std::string& pci)

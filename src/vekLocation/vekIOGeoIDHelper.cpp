@@ -182,16 +182,25 @@ template <typename Result, typename Extract>
 Result vekIOGeoIDHelper::findGeoIDForPCILocation(const std::string& pci, Extract extract)
 {
     std::lock_guard<std::mutex> lock(mutex_);
-    const char* which = mapReady_ ? "current" : "previous";
-    const std::map<std::string, vekDecodedGeoID>& map = mapReady_ ? currentMap_ : previousMap_;
-    VEK_LOG_DEBUG(TAG, "Looking up GeoID for PCI address [%s] in %s map.", pci.c_str(), which);
+    // While a refresh runs, only the previous picture is searched; never both.
+    const std::map<std::string, vekDecodedGeoID>& map = mapReady ? currentMap_ : previousMap_;
+    if (mapReady) {
+        VEK_LOG_DEBUG(TAG, "Looking up GeoID for PCI address [%s] in current map.", pci.c_str());
+    } else {
+        VEK_LOG_DEBUG(TAG, "Looking up GeoID for PCI address [%s] in previous map.", pci.c_str());
+    }
     const auto found = map.find(pci);
     if (found == map.end()) {
         VEK_LOG_DEBUG(TAG, "GeoID not found for PCI address [%s]!", pci.c_str());
         return Result();
     }
-    VEK_LOG_DEBUG(TAG, "Found GeoID for PCI address [%s] in %s map: [%s]", pci.c_str(), which,
-                  found->second.getGeoID().c_str());
+    if (mapReady) {
+        VEK_LOG_DEBUG(TAG, "Found GeoID for PCI address [%s] in current map: [%s]", pci.c_str(),
+                      found->second.getGeoID().c_str());
+    } else {
+        VEK_LOG_DEBUG(TAG, "Found GeoID for PCI address [%s] in previous map: [%s]", pci.c_str(),
+                      found->second.getGeoID().c_str());
+    }
     return extract(found->second);
 }
 
@@ -214,7 +223,7 @@ vekDecodedGeoID vekIOGeoIDHelper::getDecodedGeoID(std::string pci)
 std::vector<std::string> vekIOGeoIDHelper::getPCIAddresses()
 {
     std::lock_guard<std::mutex> lock(mutex_);
-    const std::map<std::string, vekDecodedGeoID>& map = mapReady_ ? currentMap_ : previousMap_;
+    const std::map<std::string, vekDecodedGeoID>& map = mapReady ? currentMap_ : previousMap_;
     std::vector<std::string> addresses;
     for (const auto& entry : map) {
         addresses.push_back(entry.first);
@@ -226,12 +235,12 @@ void vekIOGeoIDHelper::refreshGeoIDMap()
 {
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (!mapReady_) {
+        if (!mapReady) {
             VEK_LOG_WARNING(TAG, "Another refresh I/O GeoID map operation is already in progress!");
             return;
         }
         VEK_LOG_DEBUG(TAG, "Kick-started I/O GeoID map refresh operation.");
-        mapReady_ = false;
+        mapReady = false;
         previousMap_ = currentMap_;
         currentMap_.clear();
     }
@@ -262,7 +271,7 @@ void vekIOGeoIDHelper::refreshGeoIDMap()
     printGeoIDMap();
     VEK_LOG_DEBUG(TAG, "I/O GeoID map refresh operation is complete.");
     std::lock_guard<std::mutex> lock(mutex_);
-    mapReady_ = true;
+    mapReady = true;
 }
 
 void vekIOGeoIDHelper::printGeoIDMap()

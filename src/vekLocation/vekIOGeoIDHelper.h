@@ -73,7 +73,7 @@ private:
     std::map<std::string, vekDecodedGeoID> currentMap_;
     std::map<std::string, vekDecodedGeoID> previousMap_;
     std::mutex mutex_;
-    bool mapReady_ = true;
+    bool mapReady = true;
 };
 
 // The rule book, in the order the rules are tried.

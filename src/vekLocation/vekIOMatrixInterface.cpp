@@ -71,12 +71,12 @@ std::string vekIOMatrixInterface::getIOPciIdFromDeviceInfo(PCIeDevice& info)
     return key;
 }
 
-bool vekIOMatrixInterface::supplement(PCIeDevice& info, const char* kind)
+bool vekIOMatrixInterface::supplement(PCIeDevice& info, const char* missing)
 {
     vekIODevice* device = nullptr;
     const std::string key = getIOPciIdFromDeviceInfo(info);
     if (key.empty() || getIOPropertiesFromIOMatrix(device, key) == nullptr) {
-        VEK_LOG_DEBUG(TAG, "Could not fetch the IO Properties for %s Card from IO Matrix module", kind);
+        VEK_LOG_DEBUG(TAG, "%s", missing);
         return false;
     }
     getIODeviceModelName(device, info.model);
@@ -93,22 +93,22 @@ bool vekIOMatrixInterface::supplement(PCIeDevice& info, const char* kind)
 
 void vekFCIOMatrixInterface::supplementAdditionalFCProperties(PCIeDevice& info)
 {
-    supplement(info, "FC");
+    supplement(info, "Could not fetch the IO Properties for FC Card from IO Matrix module");
 }
 
 void vekNICIOMatrixInterface::supplementAdditionalNICProperties(PCIeDevice& info)
 {
-    supplement(info, "NIC");
+    supplement(info, "Could not fetch the IO Properties for NIC Card from IO Matrix module");
 }
 
 void vekGPUIOMatrixInterface::supplementAdditionalGPUProperties(PCIeDevice& info)
 {
-    supplement(info, "GPU");
+    supplement(info, "Could not fetch the IO Properties for GPU Card from IO Matrix module");
 }
 
 void vekNvmeIOMatrixInterface::supplementAdditionalNvmeProperties(PCIeDevice& info)
 {
-    supplement(info, "NVMe");
+    supplement(info, "Could not fetch the IO Properties for NVMe Card from IO Matrix module");
 }
 
 void vekNvmeIOMatrixInterface::getNvmeProtocolName(vekIODevice* device, std::string& text)

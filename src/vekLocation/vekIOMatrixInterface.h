@@ -25,9 +25,9 @@ public:
     std::string getIOPciIdFromDeviceInfo(PCIeDevice& info);
 
 protected:
-    // Fills the record's model, part numbers and SKU; false when the matrix
-    // does not know the card.
-    bool supplement(PCIeDevice& info, const char* kind);
+    // Fills the record's model, part numbers and SKU; false, with the
+    // missing line, when the matrix does not know the card.
+    bool supplement(PCIeDevice& info, const char* missing);
 };
 
 class vekFCIOMatrixInterface : public vekIOMatrixInterface {

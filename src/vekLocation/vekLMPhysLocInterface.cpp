@@ -45,7 +45,7 @@ std::string vekLMPhysLocInterface::physlocEncode(const std::string& pci, const s
 
 std::string vekLMPhysLocInterface::getPhysLocForDIMMSlot(const std::string& dimmID)
 {
-    return vekPhysLocEncodeDimm(*library_, TAG, {2, 52, true, true}, dimmID);
+    return physlocEncodeForDIMM(*library_, TAG, {2, 52, true, true}, dimmID);
 }
 
 std::string vekLMPhysLocInterface::getPhysLocForPCIDevice(const std::string& pci)

@@ -126,7 +126,7 @@ uint8_t byteOf(const std::string& element)
 }
 } // namespace
 
-std::string vekPhysLocEncodeDimm(const vekPhysLocEncoderLibrary& library, const char* tag,
+std::string physlocEncodeForDIMM(const vekPhysLocEncoderLibrary& library, const char* tag,
                                  const vekPhysLocDimmLayout& layout, const std::string& dimmID)
 {
     vekDecodedGeoID decoded;

@@ -132,7 +132,7 @@ struct vekPhysLocDimmLayout {
     bool partition;    // byte 8 from the processor element
     bool chassisSlot;  // byte 11 from the channel and slot elements
 };
-std::string vekPhysLocEncodeDimm(const vekPhysLocEncoderLibrary& library, const char* tag,
+std::string physlocEncodeForDIMM(const vekPhysLocEncoderLibrary& library, const char* tag,
                                  const vekPhysLocDimmLayout& layout, const std::string& dimmID);
 
 // The element-list encoding of LM (four elements: bytes 4, 5, 8, 11) and

@@ -88,7 +88,7 @@ std::string vekTRBPhysLocInterface::physlocEncode(const std::string& pci, physlo
 
 std::string vekTRBPhysLocInterface::getPhysLocForDIMMSlot(const std::string& dimmID)
 {
-    return vekPhysLocEncodeDimm(*library_, TAG, {kVersion, 55, true, false}, dimmID);
+    return physlocEncodeForDIMM(*library_, TAG, {kVersion, 55, true, false}, dimmID);
 }
 
 std::string vekTRBPhysLocInterface::getPhysLocForPCIDevice(const std::string& pci)

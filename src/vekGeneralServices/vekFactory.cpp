@@ -1,6 +1,7 @@
 #include "vekFactory.h"
 
 #include "HostResourceManager/HostResourceManager.h"
+#include "NICResourceManager/NICResourceManager.h"
 #include "vekResourceIds.h"
 
 vekResourceManager* vekFactory::createInstance(int id)
@@ -11,6 +12,8 @@ vekResourceManager* vekFactory::createInstance(int id)
     switch (id) {
     case vekResourceIds::HOST:
         return &HostResourceManager::getInstance();
+    case vekResourceIds::ETHERNET:
+        return &NICResourceManager::getInstance();
     default:
         return nullptr;
     }

@@ -16,6 +16,11 @@ int vekOSInterface::executeCommandAndFetchOutput(const std::string& command, std
     throw std::runtime_error("Not Implemented!!");
 }
 
+vekNICInterface* vekOSInterface::getNICInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
+}
+
 vekGeoIDOSInterface* vekOSInterface::getGeoIDInterface()
 {
     throw osi_exceptions::osi_not_implemeted();

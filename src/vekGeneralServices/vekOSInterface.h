@@ -6,6 +6,7 @@
 #include <vector>
 
 class vekGeoIDOSInterface;
+class vekNICInterface;
 class vekPCIeManufacturerResolver;
 class vekSmbiosInterface;
 class vekSubModulesInterface;
@@ -36,6 +37,7 @@ public:
     virtual std::map<std::string, std::string> getPciIdInfo(std::string pciAddress) = 0;
     virtual bool isExecuteCommandSuccessful(int status);
     virtual int executeCommandAndFetchOutput(const std::string& command, std::vector<std::string>& output);
+    virtual vekNICInterface* getNICInterface();
     virtual vekGeoIDOSInterface* getGeoIDInterface();
     virtual vekSubModulesInterface* getNvdimmInterface();
     virtual vekSmbiosInterface& getSmbiosInterface();

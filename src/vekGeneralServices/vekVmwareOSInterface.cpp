@@ -1,5 +1,6 @@
 #include "vekVmwareOSInterface.h"
 
+#include "NICResourceManager/vekNICVmwareInterface.h"
 #include "vekGeoIDOSInterface.h"
 #include "vekPCIeManufacturerResolver.h"
 #include "vekGlobalDef.h"
@@ -31,9 +32,15 @@ vekVmwareOSInterface& vekVmwareOSInterface::getInstance(vekSmbiosInterface& smbi
 
 vekVmwareOSInterface::vekVmwareOSInterface(vekSmbiosInterface& smbios)
     : smbios_(smbios),
+      nic_(new vekNICVmwareInterface(smbios, *this)),
       geoID_(new vekGeoIDVMwareInterface(*this, smbios)),
       resolver_(new vekVMwarePCIeManufacturerResolver(smbios, *this))
 {
+}
+
+vekNICInterface* vekVmwareOSInterface::getNICInterface()
+{
+    return nic_.get();
 }
 
 vekPCIeManufacturerResolver* vekVmwareOSInterface::getPCIeManufacturerResolverInterface()

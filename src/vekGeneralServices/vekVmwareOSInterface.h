@@ -21,6 +21,7 @@ public:
     // Removes the PCI list.
     int UnInitialize() override;
     std::map<std::string, std::string> getPciIdInfo(std::string pciAddress) override;
+    vekNICInterface* getNICInterface() override;
     vekGeoIDOSInterface* getGeoIDInterface() override { return geoID_.get(); }
     vekPCIeManufacturerResolver* getPCIeManufacturerResolverInterface() override;
 
@@ -28,6 +29,8 @@ private:
     explicit vekVmwareOSInterface(vekSmbiosInterface& smbios);
 
     vekSmbiosInterface& smbios_;
+    // Made in this order, deleted in the reverse one.
+    std::unique_ptr<vekNICInterface> nic_;
     std::unique_ptr<vekGeoIDOSInterface> geoID_;
     std::unique_ptr<vekPCIeManufacturerResolver> resolver_;
 };

@@ -1,0 +1,34 @@
+#include "NICDeviceInfo.h"
+
+#include <utility>
+
+void NICDeviceInfo::setBasicProperties(std::string serial, std::string firmware, std::string manufacturerName,
+                                       std::string macAddress, std::string deviceName, std::string interfaceName,
+                                       int64_t speedMbps)
+{
+    serialNumber = std::move(serial);
+    firmwareVersion = std::move(firmware);
+    manufacturer = std::move(manufacturerName);
+    MACAddress = std::move(macAddress);
+    DeviceName = std::move(deviceName);
+    InterfaceName = std::move(interfaceName);
+    SpeedMbps = speedMbps;
+}
+
+Json::Value NICDeviceInfo::getNICDeviceInfoJson() const
+{
+    Json::Value adapter(Json::objectValue);
+    adapter["Model"] = model;
+    adapter["SerialNumber"] = serialNumber;
+    adapter["PartNumber"] = partNumber;
+    adapter["SparePartNumber"] = sparePartNumber;
+    adapter["SKU"] = sku;
+    adapter["FirmwareVersion"] = firmwareVersion;
+    adapter["MACAddress"] = MACAddress;
+    adapter["SpeedMbps"] = static_cast<Json::Int64>(SpeedMbps);
+    adapter["Manufacturer"] = manufacturer;
+    adapter["Oem"]["DeviceName"] = DeviceName;
+    adapter["Oem"]["Description"] = description;
+    adapter["Oem"]["PhysicalLocation"] = physicalLocation;
+    return adapter;
+}

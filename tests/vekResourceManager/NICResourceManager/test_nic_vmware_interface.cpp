@@ -1,0 +1,162 @@
+// The Ethernet ports of an ESXi host through the real popen of the simulated
+// host's localcli, with outputs shaped like real hosts'.
+
+#include "NICResourceManager/vekNICVmwareInterface.h"
+#include "vekLocationTestHost.h"
+#include "vekOSInterface.h"
+#include "vekTestRoot.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string kHeader =
+    "Name    PCI Device    Driver   Admin Status  Link Status  Speed   Duplex  MAC Address         MTU   Description\n"
+    "------  ------------  -------  ------------  -----------  ------  ------  -----------------  ----  -----------\n";
+
+std::string row(const std::string& name, const std::string& pci, const std::string& admin, const std::string& link,
+                const std::string& speed, const std::string& description = "Intel(R) Ethernet Controller E810-C")
+{
+    return name + "  " + pci + "  icen     " + admin + "  " + link + "  " + speed +
+           "  Full    b4:96:91:a1:10:20  1500  " + description + "\n";
+}
+
+class NICVmwareInterfaceTest : public vekRootTest {
+protected:
+    void SetUp() override
+    {
+        host.writeTable(4, "[{\"type\": 9, \"designation\": \"PCIe Slot 1 r001u03p1i01\", \"address\": "
+                           "\"0000:16:00.0\"}]");
+        host.services();
+        root.makeDirectory("/opt/zolvek/tmp");
+        os = vekSystemInterfaceFactory::getSystemInterface();
+        ASSERT_NE(os, nullptr);
+        nic = os->getNICInterface();
+    }
+
+    void writeList(const std::string& rows) { root.writeCliOutput("network nic list", kHeader + rows); }
+
+    std::vector<std::string> names()
+    {
+        std::vector<std::string> found;
+        nic->populateNICInstances(found);
+        return found;
+    }
+
+    vekDeviceStatus status(const std::string& name)
+    {
+        NICDeviceInfo info;
+        nic->discoverNICStatusInfo(name, info);
+        return info.deviceStatus;
+    }
+
+    vekLocationTestHost host{root};
+    vekOSInterface* os = nullptr;
+    vekNICInterface* nic = nullptr;
+};
+
+TEST_F(NICVmwareInterfaceTest, ListKeepsPhysicalPortsAndTheirRows)
+{
+    vekLogTail debug(vekTestDebugLogPath());
+    writeList(row("vmnic1", "0000:16:00.1", "Up", "Up", "25000") + row("vusb0", "Pseudo", "Up", "Up", "100") +
+              row("vmnic0", "0000:16:00.0", "Up", "Down", "0", ""));
+    EXPECT_EQ(names(), (std::vector<std::string>{"vmnic0", "vmnic1"}));
+    EXPECT_TRUE(debug.contains("Excluding Virtual NIC instance : vusb0"));
+    EXPECT_FALSE(root.exists("/opt/zolvek/tmp/vek_niclist.txt"));
+    EXPECT_EQ(status("vmnic0").state, VEK_STATE_LINKDOWN);
+}
+
+TEST_F(NICVmwareInterfaceTest, ShortRowEndsTheParseButKeepsEarlierRows)
+{
+    vekLogTail log(vekTestMainLogPath());
+    writeList(row("vmnic0", "0000:16:00.0", "Up", "Up", "25000") +
+              "vmnic1  0000:16:00.1  icen  Up  Up  25000  Full  b4:96:91:a1:10:21\n" +
+              row("vmnic2", "0000:2a:00.0", "Up", "Up", "100000"));
+    EXPECT_EQ(names(), (std::vector<std::string>{"vmnic0"}));
+    EXPECT_TRUE(log.contains("An error occurred while trying to fetch NIC information"));
+}
+
+TEST_F(NICVmwareInterfaceTest, ListWithoutItsHeaderOrCommandGivesNoAdapters)
+{
+    vekLogTail log(vekTestMainLogPath());
+    root.writeCliOutput("network nic list", row("vmnic0", "0000:16:00.0", "Up", "Up", "25000"));
+    EXPECT_TRUE(names().empty());
+    EXPECT_TRUE(log.contains("Unable to find NIC information."));
+
+    root.writeCliOutput("network nic list", "", 1);
+    EXPECT_TRUE(names().empty());
+    EXPECT_TRUE(log.contains("Error occurred in gathering network interface information"));
+}
+
+TEST_F(NICVmwareInterfaceTest, AdapterConditionGivesStateAndHealth)
+{
+    struct Case {
+        const char* admin;
+        const char* link;
+        VEK_RESOURCE_STATE state;
+        VEK_RESOURCE_HEALTH health;
+    };
+    const Case cases[] = {
+        {"Up", "Up", VEK_STATE_ONLINE, VEK_HEALTH_OK},
+        {"up", "DOWN", VEK_STATE_LINKDOWN, VEK_HEALTH_OK},
+        {"Up", "Unknown", VEK_STATE_OFFLINE, VEK_HEALTH_CRITICAL},
+        {"Down", "Down", VEK_STATE_OFFLINE, VEK_HEALTH_OK},
+        {"Down", "Up", VEK_STATE_DOWN, VEK_HEALTH_OK},
+    };
+    writeList(row("vmnic0", "0000:16:00.0", "Up", "Up", "25000"));
+    ASSERT_EQ(names().size(), 1u);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.admin) + "/" + c.link);
+        // The poller's refresh rewrites the link columns of known rows only.
+        writeList(row("vmnic0", "0000:16:00.0", c.admin, c.link, "25000") +
+                  row("vmnic9", "0000:99:00.0", "Up", "Up", "1000"));
+        nic->refreshData();
+        EXPECT_EQ(status("vmnic0").state, c.state);
+        EXPECT_EQ(status("vmnic0").health, c.health);
+    }
+    // A port the build never saw reads as down, and is not added.
+    EXPECT_EQ(status("vmnic9").state, VEK_STATE_DOWN);
+    EXPECT_EQ(status("vmnic9").health, VEK_HEALTH_OK);
+}
+
+TEST_F(NICVmwareInterfaceTest, PropertiesOfAPortInASlot)
+{
+    writeList(row("vmnic0", "0000:16:00.0", "Up", "Up", "25000"));
+    root.writeCliOutput("network nic get -n vmnic0",
+                        "   Driver Info:\n         Bus Info: 0000:16:00:0\n         Driver: icen\n"
+                        "         Firmware Version: 4.20 0x80017785 1.3346.0\n         Version: 1.11.3.0\n"
+                        "   Link Detected: true\n");
+    root.writeCliOutput("hardware pci list", "0000:16:00.0\n   Address: 0000:16:00.0\n   Vendor ID: 0x8086\n"
+                                             "   Device ID: 0x1593\n   SubVendor ID: 0x8086\n"
+                                             "   SubDevice ID: 0x0002\n\n");
+    os->Initialize();
+    ASSERT_EQ(names().size(), 1u);
+
+    NICDeviceInfo info;
+    nic->discoverNICProperties("vmnic0", info);
+    EXPECT_EQ(info.getInterfaceName(), "vmnic0");
+    EXPECT_EQ(info.getDeviceName(), "0000:16:00.0");
+    EXPECT_EQ(info.pciAddress, "0000:16:00.0");
+    EXPECT_EQ(info.getMACAddress(), "b4:96:91:a1:10:20");
+    EXPECT_EQ(info.getSpeedMbps(), 25000);
+    EXPECT_EQ(info.firmwareVersion, "4.20 0x80017785 1.3346.0");
+    EXPECT_EQ(info.description, "PCI 0000:16:00.0 r001u03p1i01");
+    EXPECT_EQ(info.vendorId, "0x8086");
+    EXPECT_EQ(info.subDeviceId, "0x0002");
+    EXPECT_EQ(info.physicalLocation.size(), 16u);
+    EXPECT_FALSE(root.exists("/opt/zolvek/tmp/vek_niclist.txt"));
+}
+
+TEST_F(NICVmwareInterfaceTest, SpeedThatIsNoNumberFailsTheDiscovery)
+{
+    writeList(row("vmnic0", "0000:16:00.0", "Up", "Up", "fast"));
+    ASSERT_EQ(names().size(), 1u);
+    NICDeviceInfo info;
+    EXPECT_ANY_THROW(nic->discoverNICProperties("vmnic0", info));
+}
+
+} // namespace

@@ -1,0 +1,76 @@
+// The Ethernet Resource Manager on the bundled rack server: its thread, its
+// inventory as the aggregator reads it, and its stop.
+
+#include "NICResourceManager/NICResourceManager.h"
+#include "vekFactory.h"
+#include "vekLocationTestHost.h"
+#include "vekResourceIds.h"
+#include "vekTestRoot.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+class NICResourceManagerTest : public vekRootTest {
+protected:
+    void SetUp() override
+    {
+        setenv("VEK_TIME_SCALE", "1000", 1);
+        const std::string copy =
+            std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" + root.path() + "'";
+        ASSERT_EQ(system(copy.c_str()), 0);
+        root.makeDirectory("/opt/zolvek/tmp");
+        root.writeConfig(R"({"EnableResources": ["HostOSInfo", "EthernetDevices"],
+                             "CacheRefreshInSeconds": {"EthernetDevices": 3600}})");
+    }
+
+    // Waits until the manager's first build is in.
+    bool waitForInventory(NICResourceManager& nic)
+    {
+        for (int i = 0; i < 2000 && !nic.isInventoryReady(0); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return nic.isInventoryReady(0);
+    }
+
+    vekLocationTestHost host{root};
+};
+
+TEST_F(NICResourceManagerTest, BundledRackServerPortsAreInTheInventory)
+{
+    vekPlatformServices& services = host.services();
+    NICResourceManager& nic = NICResourceManager::getInstance();
+    EXPECT_EQ(vekFactory().createInstance(vekResourceIds::ETHERNET), &nic);
+    std::thread job([&] { nic.init(services); });
+    ASSERT_TRUE(waitForInventory(nic));
+
+    std::vector<Json::Value> inventory;
+    EXPECT_FALSE(nic.getInventoryJsonObject(inventory));
+    ASSERT_EQ(inventory.size(), 4u); // vusb0 is a virtual port
+    EXPECT_EQ(inventory[0]["MACAddress"].asString(), "b4:96:91:a1:10:20");
+    EXPECT_EQ(inventory[0]["SpeedMbps"].asInt(), 25000);
+    EXPECT_EQ(inventory[0]["FirmwareVersion"].asString(), "4.20 0x80017785 1.3346.0");
+    EXPECT_EQ(inventory[0]["Oem"]["Description"].asString(), "PCI 0000:16:00.0 r001u03p1i01");
+    EXPECT_EQ(inventory[0]["Status"]["State"].asString(), "Online");
+    EXPECT_EQ(inventory[2]["Oem"]["Description"].asString(), "PCI 0000:2a:00.0 r001u03p1o1");
+    // The administratively down port.
+    EXPECT_EQ(inventory[3]["Status"]["State"].asString(), "Offline");
+    EXPECT_EQ(inventory[3]["Status"]["Health"].asString(), "OK");
+
+    EXPECT_TRUE(nic.isRunning());
+    ASSERT_NE(nic.getEventManager(), nullptr);
+    const std::map<std::string, int> ports = nic.getEventManager()->getPortStates();
+    EXPECT_EQ(ports.at("vmnic0"), Port_Link_Up);
+    EXPECT_EQ(ports.at("vmnic3"), Port_Link_Disabled);
+
+    nic.stopResourceManagerJob();
+    job.join();
+}
+
+} // namespace

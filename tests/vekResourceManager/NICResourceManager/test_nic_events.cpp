@@ -5,6 +5,7 @@
 #include "IELEvent.h"
 #include "NICResourceManager/NICResourceManager.h"
 #include "NICResourceManager/vekNICEventManager.h"
+#include "NICResourceManager/vekNICInterface.h"
 #include "vekInBandComManager.h"
 #include "vekInbandComInterface.h"
 #include "vekLocationTestHost.h"

@@ -4,6 +4,8 @@
 #include "vekSmbiosInterface.h"
 #include "vekVmwareOSInterface.h"
 
+#include <mutex>
+
 // What an OS does not offer: a host OS overrides the operations it has.
 
 bool vekOSInterface::isExecuteCommandSuccessful(int status)
@@ -67,5 +69,9 @@ vekOSInterface* vekSystemInterfaceFactory::getSystemInterface()
     if (services == nullptr || services->getvekSmbiosInterface() == nullptr) {
         return nullptr;
     }
-    return &vekVmwareOSInterface::getInstance(*services->getvekSmbiosInterface());
+    static std::once_flag initialized;
+    vekOSInterface& os = vekVmwareOSInterface::getInstance(*services->getvekSmbiosInterface());
+    // The PCI list the per-resource interfaces read, written once for all.
+    std::call_once(initialized, [&os] { os.Initialize(); });
+    return &os;
 }

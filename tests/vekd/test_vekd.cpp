@@ -272,6 +272,53 @@ TEST_F(VekdTest, TheHostInventoryReachesTheRmc)
     }
 }
 
+// The road of one event: a port of the rack server loses its link and gets
+// it back; the RMC hears of each once, in order, and nothing more.
+TEST_F(VekdTest, PortDownAndBackReachTheRmcOnceEach)
+{
+    vekLogTail tail(mainLogPath());
+    start();
+    vekRmcEmulator::Command inventory;
+    ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
+    const std::string list = host_ + "/sim/cli/network_nic_list.txt";
+    const std::string up = readAll(list);
+    const std::string upRow = "vmnic0  0000:16:00.0  icen     Up            Up            25000";
+    const std::string downRow = "vmnic0  0000:16:00.0  icen     Up            Down              0";
+    ASSERT_NE(up.find(upRow), std::string::npos);
+    auto write = [&](const std::string& text) { std::ofstream(list, std::ios::trunc) << text; };
+    auto events = [&] {
+        std::vector<int> ids;
+        for (const auto& command : rmc_->spooledCommands()) {
+            if (command.name == "MPEventGen") {
+                Json::Value event;
+                std::istringstream in(command.payload);
+                std::string errors;
+                if (Json::parseFromStream(Json::CharReaderBuilder(), in, &event, &errors)) {
+                    ids.push_back(event["ID"].asInt());
+                }
+            }
+        }
+        return ids;
+    };
+    auto waitForEvents = [&](size_t count) {
+        for (int i = 0; i < 600 && events().size() < count; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return events();
+    };
+
+    std::string down = up;
+    down.replace(down.find(upRow), upRow.size(), downRow);
+    write(down);
+    EXPECT_EQ(waitForEvents(1), std::vector<int>{1384});
+    write(up);
+    EXPECT_EQ(waitForEvents(2), (std::vector<int>{1384, 1390}));
+    // Several more poll periods: nothing else.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(events(), (std::vector<int>{1384, 1390}));
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
 TEST_F(VekdTest, WithoutTheRmcItExitsWithOneClearMessage)
 {
     rmc_.reset();

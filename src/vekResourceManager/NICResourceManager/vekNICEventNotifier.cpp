@@ -59,6 +59,9 @@ void vekNICEventNotifierBase::detach(IObserver* observer)
     VEK_LOG_DEBUG(TAG, "Subject[%s]: Received detach request for observer [%s].", subject, observerName.c_str());
     bool found = false;
     {
+        // Not while a notification is inside an observer: once detached, the
+        // observer may go.
+        std::lock_guard<std::mutex> notifying(notifyMutex_);
         std::lock_guard<std::mutex> lock(mutex_);
         const auto at = std::find(observers_.begin(), observers_.end(), observer);
         if (at != observers_.end()) {
@@ -138,6 +141,7 @@ std::map<std::string, vekDeviceStatus> vekNICEventNotifierBase::getNICDevicesSta
 void vekNICEventNotifierBase::notifyRegisteredObservers(ISubject* subject, const std::string& name,
                                                         VEK_RESOURCE_STATE state, VEK_RESOURCE_HEALTH health)
 {
+    std::lock_guard<std::mutex> notifying(notifyMutex_);
     std::vector<IObserver*> observers;
     {
         std::lock_guard<std::mutex> lock(mutex_);

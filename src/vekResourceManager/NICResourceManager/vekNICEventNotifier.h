@@ -66,6 +66,8 @@ private:
     std::vector<IObserver*> observers_;
     std::string subjectName_;
     std::mutex mutex_;
+    // Held while observers are told of a port; detach waits for it.
+    std::mutex notifyMutex_;
     static std::map<std::string, vekDeviceStatus> nicDevicesStatusInfo;
 };
 

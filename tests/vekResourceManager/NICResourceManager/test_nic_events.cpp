@@ -177,6 +177,26 @@ TEST_F(NICEventsTest, UnknownLinkIsAnErrorAndItsRecoveryComesFirst)
     EXPECT_EQ(parse(sent[2].substr(11))["ID"].asInt(), 1390);
 }
 
+TEST_F(NICEventsTest, FlapWithinOnePeriodSaysNothing)
+{
+    // Polls a tenth of a second apart; the link goes and comes back between two.
+    setenv("VEK_TIME_SCALE", "100", 1);
+    std::vector<std::string> names;
+    os->getNICInterface()->populateNICInstances(names);
+    vekNICEventManager manager(services, os);
+    auto* notifier = dynamic_cast<vekNICVmwareEventNotifier*>(os->getNICInterface()->getNICEventNotifierInterface());
+    ASSERT_EQ(notifier->attach(&manager, VEK_OBSERVABLE_ASPECT_NIC), VEK_OBSERVABLE_STATUS_SUCCESS);
+    manager.initNICDevicesPortContextMap(names);
+    notifier->startMonitoring(names);
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    setPorts("Up", "Down");
+    setPorts("Up", "Up");
+    EXPECT_FALSE(channel.waitForCount(1, std::chrono::milliseconds(400)));
+    notifier->stopMonitoring();
+    notifier->detach(&manager);
+    EXPECT_EQ(manager.getPortStates().at("vmnic0"), Port_Link_Up);
+}
+
 TEST(NICEventRows, StatusToPortEventAndEventTexts)
 {
     EXPECT_EQ(vekNICEventManager::computeNICDevicePortState(VEK_STATE_ONLINE, VEK_HEALTH_OK), Port_Link_Up);

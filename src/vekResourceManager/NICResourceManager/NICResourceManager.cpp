@@ -301,7 +301,7 @@ void NICResourceManager::registerEventObserver(IvekNICEventNotifier* notifier, c
     }
     VEK_LOG_DEBUG(TAG, "Observer[%s]: created.", observerName.c_str());
     if (notifier->startMonitoring(names) == 0) {
-        monitoringStarted_ = true;
+        monitoringStarted = true;
     } else {
         VEK_LOG_WARNING(TAG, "Unable to start Event monitoring service for NIC card");
         VEK_LOG_DEBUG(TAG, "Event monitoring service not started");
@@ -323,7 +323,7 @@ void NICResourceManager::unRegisterEventObserver()
     if (notifier->stopMonitoring() != 0) {
         VEK_LOG_WARNING(TAG, "Unable to stop Event monitoring service for NIC card");
     } else {
-        monitoringStarted_ = false;
+        monitoringStarted = false;
     }
     auto* subject = dynamic_cast<ISubject*>(notifier);
     const std::string observerName = eventManager_->getObserverName();
@@ -347,7 +347,7 @@ bool NICResourceManager::isRunning()
     for (int retryCount = 0; retryCount < kIdlenessChecks; ++retryCount) {
         const bool building = lifecycle_.isBuildInProgress();
         const size_t size = lifecycle_.inventorySize();
-        if (!building && size != 0 && eventManager_ && monitoringStarted_) {
+        if (!building && size != 0 && eventManager_ && monitoringStarted) {
             return true;
         }
         VEK_LOG_WARNING(TAG, "_cacheBuildInProgress = %d,NICInventory.size() =%zu, retryCount = %d", building ? 1 : 0,

@@ -120,7 +120,7 @@ private:
     std::mutex recordsMutex_;
     std::vector<NICDeviceInfo> inventory_;
     std::vector<NICDeviceInfo> backupInventory_;
-    std::atomic<bool> monitoringStarted_{false};
+    std::atomic<bool> monitoringStarted{false};
     std::atomic<bool> started_{false};
     std::atomic<vekPlatformServices*> services_{nullptr};
     vekSmbiosInterface* smbios_ = nullptr;

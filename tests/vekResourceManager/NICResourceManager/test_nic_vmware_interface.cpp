@@ -151,6 +151,26 @@ TEST_F(NICVmwareInterfaceTest, PropertiesOfAPortInASlot)
     EXPECT_FALSE(root.exists("/opt/zolvek/tmp/vek_niclist.txt"));
 }
 
+TEST_F(NICVmwareInterfaceTest, FirmwareIsWhatFollowsTheColon)
+{
+    writeList(row("vmnic0", "0000:16:00.0", "Up", "Up", "25000"));
+    ASSERT_EQ(names().size(), 1u);
+    const struct {
+        const char* output;
+        const char* firmware;
+    } cases[] = {
+        {"   Firmware Version: 1.2.3\n", "1.2.3"},
+        {"Firmware Version: 1.0\n   Firmware Version: 2.0\n", "2.0"}, // the last line read wins
+        {"   Driver: icen\n", ""},
+    };
+    for (const auto& c : cases) {
+        root.writeCliOutput("network nic get -n vmnic0", c.output);
+        NICDeviceInfo info;
+        nic->discoverNICProperties("vmnic0", info);
+        EXPECT_EQ(info.firmwareVersion, c.firmware) << c.output;
+    }
+}
+
 TEST_F(NICVmwareInterfaceTest, SpeedThatIsNoNumberFailsTheDiscovery)
 {
     writeList(row("vmnic0", "0000:16:00.0", "Up", "Up", "fast"));

@@ -278,6 +278,7 @@ void NICResourceManager::initializeAndUpdateEventMonitorThread()
         eventManager_.reset(new vekNICEventManager(services_, system_));
         registerEventObserver(notifier, names);
         eventManager_->initNICDevicesPortContextMap(names);
+        eventManagerReady_ = eventManager_.get();
     }
     notifier->updateNICDevicesStatusMap(collector_->getNICDeviceStatusInfoMap());
 }
@@ -347,7 +348,7 @@ bool NICResourceManager::isRunning()
     for (int retryCount = 0; retryCount < kIdlenessChecks; ++retryCount) {
         const bool building = lifecycle_.isBuildInProgress();
         const size_t size = lifecycle_.inventorySize();
-        if (!building && size != 0 && eventManager_ && monitoringStarted) {
+        if (!building && size != 0 && eventManagerReady_.load() != nullptr && monitoringStarted) {
             return true;
         }
         VEK_LOG_WARNING(TAG, "_cacheBuildInProgress = %d,NICInventory.size() =%zu, retryCount = %d", building ? 1 : 0,

@@ -98,7 +98,7 @@ public:
     void startInventory();
     void cacheBuild();
     // The event manager, once the first build with adapters made it.
-    vekNICEventManager* getEventManager() { return eventManager_.get(); }
+    vekNICEventManager* getEventManager() { return eventManagerReady_.load(); }
 
 protected:
     explicit NICResourceManager(const vekConfig& config);
@@ -117,6 +117,8 @@ private:
     std::unique_ptr<vekNICDeviceDataCollector> collector_;
     vekNICInventoryManager& inventoryManager_;
     std::unique_ptr<vekNICEventManager> eventManager_;
+    // The same, for other threads: set once the manager is attached.
+    std::atomic<vekNICEventManager*> eventManagerReady_{nullptr};
     std::mutex recordsMutex_;
     std::vector<NICDeviceInfo> inventory_;
     std::vector<NICDeviceInfo> backupInventory_;

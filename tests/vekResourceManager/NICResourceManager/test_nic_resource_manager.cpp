@@ -48,6 +48,15 @@ TEST_F(NICResourceManagerTest, BundledRackServerPortsAreInTheInventory)
     NICResourceManager& nic = NICResourceManager::getInstance();
     EXPECT_EQ(vekFactory().createInstance(vekResourceIds::ETHERNET), &nic);
     std::thread job([&] { nic.init(services); });
+    struct StopOnExit {
+        NICResourceManager& nic;
+        std::thread& job;
+        ~StopOnExit()
+        {
+            nic.stopResourceManagerJob();
+            job.join();
+        }
+    } stopOnExit{nic, job};
     ASSERT_TRUE(waitForInventory(nic));
 
     std::vector<Json::Value> inventory;
@@ -63,14 +72,15 @@ TEST_F(NICResourceManagerTest, BundledRackServerPortsAreInTheInventory)
     EXPECT_EQ(inventory[3]["Status"]["State"].asString(), "Offline");
     EXPECT_EQ(inventory[3]["Status"]["Health"].asString(), "OK");
 
-    EXPECT_TRUE(nic.isRunning());
+    // The watch of the links starts right after the first build.
+    for (int i = 0; i < 200 && nic.getEventManager() == nullptr; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     ASSERT_NE(nic.getEventManager(), nullptr);
+    EXPECT_TRUE(nic.isRunning());
     const std::map<std::string, int> ports = nic.getEventManager()->getPortStates();
     EXPECT_EQ(ports.at("vmnic0"), Port_Link_Up);
     EXPECT_EQ(ports.at("vmnic3"), Port_Link_Disabled);
-
-    nic.stopResourceManagerJob();
-    job.join();
 }
 
 } // namespace

@@ -18,17 +18,9 @@ void NICDeviceInfo::setBasicProperties(std::string serial, std::string firmware,
 Json::Value NICDeviceInfo::getNICDeviceInfoJson() const
 {
     Json::Value adapter(Json::objectValue);
-    adapter["Model"] = model;
-    adapter["SerialNumber"] = serialNumber;
-    adapter["PartNumber"] = partNumber;
-    adapter["SparePartNumber"] = sparePartNumber;
-    adapter["SKU"] = sku;
-    adapter["FirmwareVersion"] = firmwareVersion;
+    writeBaseInventoryData(adapter);
     adapter["MACAddress"] = MACAddress;
     adapter["SpeedMbps"] = static_cast<Json::Int64>(SpeedMbps);
-    adapter["Manufacturer"] = manufacturer;
     adapter["Oem"]["DeviceName"] = DeviceName;
-    adapter["Oem"]["Description"] = description;
-    adapter["Oem"]["PhysicalLocation"] = physicalLocation;
     return adapter;
 }

@@ -28,16 +28,6 @@ namespace {
 
 const char TAG[] = "VMWARE_OS_UTILS";
 
-struct PipeCloser {
-    void operator()(FILE* stream) const
-    {
-        if (stream != nullptr) {
-            pclose(stream);
-        }
-    }
-};
-using PipeHandle = std::unique_ptr<FILE, PipeCloser>;
-
 // A compiled POSIX expression that frees itself.
 class PosixRegex {
 public:

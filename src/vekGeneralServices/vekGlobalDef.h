@@ -1,15 +1,28 @@
 #pragma once
 
+#include <cstdio>
 #include <ctime>
 
 #include <chrono>
 #include <map>
+#include <memory>
 #include <regex>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace vekGlobalDef {
+
+// A stream of popen(), closed with pclose() however the caller leaves.
+struct PipeCloser {
+    void operator()(FILE* stream) const
+    {
+        if (stream != nullptr) {
+            pclose(stream);
+        }
+    }
+};
+using PipeHandle = std::unique_ptr<FILE, PipeCloser>;
 
 // What the start-stop file is asked to record.
 enum VEKOperation {

@@ -13,15 +13,6 @@ namespace {
 
 const char TAG[] = "VMWARE_OS_INTERFACE";
 
-struct PipeCloser {
-    void operator()(FILE* stream) const
-    {
-        if (stream != nullptr) {
-            pclose(stream);
-        }
-    }
-};
-
 } // namespace
 
 vekVmwareOSInterface& vekVmwareOSInterface::getInstance(vekSmbiosInterface& smbios)
@@ -54,7 +45,7 @@ int vekVmwareOSInterface::populateHardwarePCIDetails()
 {
     using vekGlobalDef::VMwareOSUtils;
     const std::string command = "localcli hardware pci list > " + VMwareOSUtils::HardwareListFilePath();
-    std::unique_ptr<FILE, PipeCloser> pipe(popen(command.c_str(), "r"));
+    vekGlobalDef::PipeHandle pipe(popen(command.c_str(), "r"));
     return pipe ? 0 : -1;
 }
 

@@ -3,38 +3,24 @@
 #include "vekIOGeoIDHelper.h"
 #include "vekLog.h"
 
-#include <mutex>
 
 namespace {
 const char TAG[] = "GQNWPL_INTF";
 } // namespace
 
+vekGQNWPhysLocInterface::vekGQNWPhysLocInterface(const std::string& libraryPath)
+    : vekLibraryPhysLocInterface(libraryPath, TAG)
+{
+}
+
 vekGQNWPhysLocInterface* vekGQNWPhysLocInterface::getInstance(const std::string& libraryPath)
 {
-    static std::mutex mutex;
-    static vekGQNWPhysLocInterface* instance = nullptr;
-    std::lock_guard<std::mutex> lock(mutex);
-    if (instance == nullptr) {
-        std::unique_ptr<vekGQNWPhysLocInterface> made(new vekGQNWPhysLocInterface(libraryPath));
-        made->Initialize();
-        instance = made.release();
-    }
-    return instance;
+    return singleton<vekGQNWPhysLocInterface>(libraryPath);
 }
 
 vekPhysLocInterface* __vekGQNWPhysLocInterface__getInstance(const std::string& libraryPath)
 {
     return vekGQNWPhysLocInterface::getInstance(libraryPath);
-}
-
-void vekGQNWPhysLocInterface::Initialize()
-{
-    library_.reset(new vekPhysLocEncoderLibrary(libraryPath_, TAG));
-}
-
-void vekGQNWPhysLocInterface::UnInitialize()
-{
-    library_.reset();
 }
 
 std::string vekGQNWPhysLocInterface::physlocEncode(const std::string& pci, const std::vector<std::string>& elements,
@@ -120,9 +106,4 @@ std::string vekGQNWPhysLocInterface::getPhysLocForChassisStorageBackplane(const 
         return InvalidPL;
     }
     return physlocEncode(pci, geoID.getGeoIDSplit(), 53, nullptr, NotApplicable);
-}
-
-std::string vekGQNWPhysLocInterface::getDecodedPhysLocLongFormat(const std::string& pl)
-{
-    return library_->decode(pl);
 }

@@ -3,38 +3,24 @@
 #include "vekIOGeoIDHelper.h"
 #include "vekLog.h"
 
-#include <mutex>
 
 namespace {
 const char TAG[] = "LMPL_INTF";
 } // namespace
 
+vekLMPhysLocInterface::vekLMPhysLocInterface(const std::string& libraryPath)
+    : vekLibraryPhysLocInterface(libraryPath, TAG)
+{
+}
+
 vekLMPhysLocInterface* vekLMPhysLocInterface::getInstance(const std::string& libraryPath)
 {
-    static std::mutex mutex;
-    static vekLMPhysLocInterface* instance = nullptr;
-    std::lock_guard<std::mutex> lock(mutex);
-    if (instance == nullptr) {
-        std::unique_ptr<vekLMPhysLocInterface> made(new vekLMPhysLocInterface(libraryPath));
-        made->Initialize();
-        instance = made.release();
-    }
-    return instance;
+    return singleton<vekLMPhysLocInterface>(libraryPath);
 }
 
 vekPhysLocInterface* __vekLMPhysLocInterface__getInstance(const std::string& libraryPath)
 {
     return vekLMPhysLocInterface::getInstance(libraryPath);
-}
-
-void vekLMPhysLocInterface::Initialize()
-{
-    library_.reset(new vekPhysLocEncoderLibrary(libraryPath_, TAG));
-}
-
-void vekLMPhysLocInterface::UnInitialize()
-{
-    library_.reset();
 }
 
 std::string vekLMPhysLocInterface::physlocEncode(const std::string& pci, const std::vector<std::string>& elements,
@@ -129,9 +115,4 @@ std::string vekLMPhysLocInterface::getPhysLocForChassisStorageBackplane(const st
         return InvalidPL;
     }
     return physlocEncode(pci, geoID.getGeoIDSplit(), 64, nullptr, std::to_string(box));
-}
-
-std::string vekLMPhysLocInterface::getDecodedPhysLocLongFormat(const std::string& pl)
-{
-    return library_->decode(pl);
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 // PLs on LM (platform type 2), through libvekloc1.so.
-class vekLMPhysLocInterface : public vekPhysLocInterface {
+class vekLMPhysLocInterface : public vekLibraryPhysLocInterface {
 public:
     // The singleton on the library at that path; vekPhysLoc exceptions when
     // it can't be loaded.
@@ -19,19 +19,13 @@ public:
     std::string getPhysLocForChassisDriveSlot(const std::string& pci, int box, int bay) override;
     std::string getPhysLocForExternalDrive(const std::string& pci) override;
     std::string getPhysLocForChassisStorageBackplane(const std::string& pci, int box) override;
-    std::string getDecodedPhysLocLongFormat(const std::string& pl) override;
-
-    // Loads the library; vekPhysLoc exceptions on failure.
-    void Initialize();
-    void UnInitialize();
 
     std::string physlocEncode(const std::string& pci, const std::vector<std::string>& elements, physloc_type_t type,
                               physloc_rtn_t* rtn, const std::string& last);
 
 private:
-    explicit vekLMPhysLocInterface(std::string libraryPath) : libraryPath_(std::move(libraryPath)) {}
-    std::string libraryPath_;
-    std::unique_ptr<vekPhysLocEncoderLibrary> library_;
+    friend class vekLibraryPhysLocInterface;
+    explicit vekLMPhysLocInterface(const std::string& libraryPath);
 };
 
 vekPhysLocInterface* __vekLMPhysLocInterface__getInstance(const std::string& libraryPath);

@@ -233,3 +233,13 @@ std::string vekPhysLocEncodeElements(const vekPhysLocEncoderLibrary& library, co
     }
     return text;
 }
+
+void vekLibraryPhysLocInterface::Initialize()
+{
+    library_.reset(new vekPhysLocEncoderLibrary(libraryPath_, tag_));
+}
+
+void vekLibraryPhysLocInterface::UnInitialize()
+{
+    library_.reset();
+}

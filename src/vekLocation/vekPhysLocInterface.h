@@ -4,6 +4,8 @@
 
 #include <dlfcn.h>
 
+#include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -119,6 +121,41 @@ private:
     std::string path_;
     const char* tag_;
     void* handle_ = nullptr;
+};
+
+// The PL interface of a platform family whose encoder library is loaded:
+// what the TRB, LM and GQ/NW interfaces share.
+class vekLibraryPhysLocInterface : public vekPhysLocInterface {
+public:
+    // Loads the library; vekPhysLoc exceptions on failure.
+    void Initialize();
+    void UnInitialize();
+    std::string getDecodedPhysLocLongFormat(const std::string& pl) override { return library_->decode(pl); }
+
+protected:
+    vekLibraryPhysLocInterface(std::string libraryPath, const char* tag)
+        : libraryPath_(std::move(libraryPath)), tag_(tag)
+    {
+    }
+
+    // The one interface of the family, made and loaded by the first call.
+    template <class Family>
+    static Family* singleton(const std::string& libraryPath)
+    {
+        static std::mutex mutex;
+        static Family* instance = nullptr;
+        std::lock_guard<std::mutex> lock(mutex);
+        if (instance == nullptr) {
+            std::unique_ptr<Family> made(new Family(libraryPath));
+            made->Initialize();
+            instance = made.release();
+        }
+        return instance;
+    }
+
+    std::string libraryPath_;
+    const char* tag_;
+    std::unique_ptr<vekPhysLocEncoderLibrary> library_;
 };
 
 // Joins texts with blanks, for log lines.

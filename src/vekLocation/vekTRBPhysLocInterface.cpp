@@ -4,7 +4,6 @@
 #include "vekLog.h"
 
 #include <cstring>
-#include <mutex>
 
 namespace {
 
@@ -20,13 +19,7 @@ bool applicable(const std::string& element)
 
 vekTRBPhysLocInterface* vekTRBPhysLocInterface::getInstance(const std::string& libraryPath)
 {
-    static std::mutex mutex;
-    static vekTRBPhysLocInterface* instance = nullptr;
-    std::lock_guard<std::mutex> lock(mutex);
-    if (instance == nullptr) {
-        instance = new vekTRBPhysLocInterface(libraryPath);
-    }
-    return instance;
+    return singleton<vekTRBPhysLocInterface>(libraryPath);
 }
 
 vekPhysLocInterface* __vekTRBPhysLocInterface__getInstance(const std::string& libraryPath)
@@ -35,7 +28,7 @@ vekPhysLocInterface* __vekTRBPhysLocInterface__getInstance(const std::string& li
 }
 
 vekTRBPhysLocInterface::vekTRBPhysLocInterface(const std::string& libraryPath)
-    : library_(new vekPhysLocEncoderLibrary(libraryPath, TAG))
+    : vekLibraryPhysLocInterface(libraryPath, TAG)
 {
 }
 
@@ -183,9 +176,4 @@ std::string vekTRBPhysLocInterface::getPhysLocForChassisStorageBackplane(const s
     }
     const std::vector<std::string> s = geoID.getGeoIDSplit();
     return physlocEncode(pci, 43, s[0], s[1], s[2], s[3], std::to_string(box), NotApplicable);
-}
-
-std::string vekTRBPhysLocInterface::getDecodedPhysLocLongFormat(const std::string& pl)
-{
-    return library_->decode(pl);
 }

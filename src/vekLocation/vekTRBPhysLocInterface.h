@@ -6,8 +6,8 @@
 #include <string>
 
 // PLs on TRB (platform type 4), through libvekloc3.so. The library is loaded
-// by the constructor and stays for the life of the process.
-class vekTRBPhysLocInterface : public vekPhysLocInterface {
+// with the object and stays for the life of the process.
+class vekTRBPhysLocInterface : public vekLibraryPhysLocInterface {
 public:
     // The singleton on the library at that path; vekPhysLoc exceptions when
     // it can't be loaded.
@@ -19,7 +19,6 @@ public:
     std::string getPhysLocForChassisDriveSlot(const std::string& pci, int box, int bay) override;
     std::string getPhysLocForExternalDrive(const std::string& pci) override;
     std::string getPhysLocForChassisStorageBackplane(const std::string& pci, int box) override;
-    std::string getDecodedPhysLocLongFormat(const std::string& pl) override;
 
     // One PL: the type and six element texts (rack, unit, then bytes 8, 11,
     // 13 and 10); "NA" or empty leaves a field as init left it.
@@ -28,8 +27,8 @@ public:
                               const std::string& e5, const std::string& e6);
 
 private:
+    friend class vekLibraryPhysLocInterface;
     explicit vekTRBPhysLocInterface(const std::string& libraryPath);
-    std::unique_ptr<vekPhysLocEncoderLibrary> library_;
 };
 
 vekPhysLocInterface* __vekTRBPhysLocInterface__getInstance(const std::string& libraryPath);

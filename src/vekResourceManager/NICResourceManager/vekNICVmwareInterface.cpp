@@ -23,15 +23,7 @@ const char TAG[] = "NIC_VMWARE_OS_INTF";
 using vekGlobalDef::VMwareOSUtils;
 using vekGlobalDef::stringUtils;
 
-struct PipeCloser {
-    void operator()(FILE* stream) const
-    {
-        if (stream != nullptr) {
-            pclose(stream);
-        }
-    }
-};
-using Pipe = std::unique_ptr<FILE, PipeCloser>;
+using Pipe = vekGlobalDef::PipeHandle;
 
 // Removes the scratch list however the parse ends.
 struct RemoveOnExit {

@@ -106,6 +106,21 @@ protected:
                                 "  25000  Full  b4:96:91:a1:10:20  1500  Intel(R) Ethernet Controller E810-C\n");
     }
 
+    // The ports as a build found them, watched by the manager from now on.
+    vekNICVmwareEventNotifier* watch(vekNICEventManager& manager)
+    {
+        std::vector<std::string> names;
+        os->getNICInterface()->populateNICInstances(names);
+        EXPECT_EQ(names, std::vector<std::string>{"vmnic0"});
+        auto* notifier =
+            dynamic_cast<vekNICVmwareEventNotifier*>(os->getNICInterface()->getNICEventNotifierInterface());
+        EXPECT_NE(notifier, nullptr);
+        EXPECT_EQ(notifier->attach(&manager, VEK_OBSERVABLE_ASPECT_NIC), VEK_OBSERVABLE_STATUS_SUCCESS);
+        manager.initNICDevicesPortContextMap(names);
+        EXPECT_EQ(notifier->startMonitoring(names), 0);
+        return notifier;
+    }
+
     vekLocationTestHost host{root};
     vekPlatformServices* services = nullptr;
     RecordingChannel channel;
@@ -115,16 +130,8 @@ protected:
 
 TEST_F(NICEventsTest, LinkLostAndBackGivesOneEventEach)
 {
-    std::vector<std::string> names;
-    os->getNICInterface()->populateNICInstances(names);
-    ASSERT_EQ(names, std::vector<std::string>{"vmnic0"});
-
     vekNICEventManager manager(services, os);
-    auto* notifier = dynamic_cast<vekNICVmwareEventNotifier*>(os->getNICInterface()->getNICEventNotifierInterface());
-    ASSERT_NE(notifier, nullptr);
-    ASSERT_EQ(notifier->attach(&manager, VEK_OBSERVABLE_ASPECT_NIC), VEK_OBSERVABLE_STATUS_SUCCESS);
-    manager.initNICDevicesPortContextMap(names);
-    ASSERT_EQ(notifier->startMonitoring(names), 0);
+    vekNICVmwareEventNotifier* notifier = watch(manager);
 
     // Steady link: nothing.
     EXPECT_FALSE(channel.waitForCount(1, std::chrono::milliseconds(300)));
@@ -155,13 +162,8 @@ TEST_F(NICEventsTest, LinkLostAndBackGivesOneEventEach)
 
 TEST_F(NICEventsTest, UnknownLinkIsAnErrorAndItsRecoveryComesFirst)
 {
-    std::vector<std::string> names;
-    os->getNICInterface()->populateNICInstances(names);
     vekNICEventManager manager(services, os);
-    auto* notifier = dynamic_cast<vekNICVmwareEventNotifier*>(os->getNICInterface()->getNICEventNotifierInterface());
-    ASSERT_EQ(notifier->attach(&manager, VEK_OBSERVABLE_ASPECT_NIC), VEK_OBSERVABLE_STATUS_SUCCESS);
-    manager.initNICDevicesPortContextMap(names);
-    notifier->startMonitoring(names);
+    vekNICVmwareEventNotifier* notifier = watch(manager);
 
     setPorts("Up", "Unknown");
     ASSERT_TRUE(channel.waitForCount(1));
@@ -181,13 +183,8 @@ TEST_F(NICEventsTest, FlapWithinOnePeriodSaysNothing)
 {
     // Polls a tenth of a second apart; the link goes and comes back between two.
     setenv("VEK_TIME_SCALE", "100", 1);
-    std::vector<std::string> names;
-    os->getNICInterface()->populateNICInstances(names);
     vekNICEventManager manager(services, os);
-    auto* notifier = dynamic_cast<vekNICVmwareEventNotifier*>(os->getNICInterface()->getNICEventNotifierInterface());
-    ASSERT_EQ(notifier->attach(&manager, VEK_OBSERVABLE_ASPECT_NIC), VEK_OBSERVABLE_STATUS_SUCCESS);
-    manager.initNICDevicesPortContextMap(names);
-    notifier->startMonitoring(names);
+    vekNICVmwareEventNotifier* notifier = watch(manager);
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     setPorts("Up", "Down");
     setPorts("Up", "Up");

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Writes src/vekGeneralServices/vekPCIVendorsMap.cpp from the vendor lines of pci.ids.
+"""Writes src/vekGeneralServices/vekPlatformAccess/vekPCIVendorsMap.cpp from the vendor lines of pci.ids.
 
-    scripts/gen-pci-vendors.py [/usr/share/misc/pci.ids] > src/vekGeneralServices/vekPCIVendorsMap.cpp
+    scripts/gen-pci-vendors.py [/usr/share/misc/pci.ids] > src/vekGeneralServices/vekPlatformAccess/vekPCIVendorsMap.cpp
 
 A vendor line is four lower-case hexadecimal digits at the start of a line, two blanks and the
 name. Two decisions of our own stand on top of the list:

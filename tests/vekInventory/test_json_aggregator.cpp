@@ -4,7 +4,7 @@
 #include "vekConfig.h"
 #include "vekPlatformServices.h"
 #include "vekTestInventoryPush.h"
-#include "../vekGeneralServices/vekTestResourceManager.h"
+#include "vekTestResourceManager.h"
 #include "vekTestRoot.h"
 
 #include <gtest/gtest.h>

@@ -7,7 +7,7 @@
 #include "vekTestInventoryPush.h"
 #include "vekTestRoot.h"
 
-#include "../../vekGeneralServices/vekTestResourceManager.h"
+#include "vekTestResourceManager.h"
 
 #include <gtest/gtest.h>
 

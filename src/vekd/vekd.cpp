@@ -110,7 +110,11 @@ int main()
     sigaddset(&stopSignals, SIGINT);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
-    vekConfig::getInstance();
+    // The configuration tells its trouble to syslog only, which a plain
+    // machine may not have: say it here too, one line per problem.
+    for (const std::string& problem : vekConfig::getInstance().problems()) {
+        fprintf(stderr, "vekd: configuration: %s\n", problem.c_str());
+    }
     CPlusPlusLogging::Logger::getInstance();
     VEK_LOG_ALWAYS(TAG, "Starting the VEK service");
 
@@ -134,7 +138,9 @@ int main()
         aggregator.initialize(comManager, services->getResourceManagerIds());
         aggregator.start();
     });
-    runStep("Starting the Resource Managers", [&] { vekJobManager::getInstance().startResourceManagers(*services); });
+    // Not a guarded step: the crash simulation of SimulateUnhandledException
+    // throws from here on purpose, and that exception must end the process.
+    vekJobManager::getInstance().startResourceManagers(*services);
     runStep("Starting the doorbell monitor", [] { vekIPMIDBService::startvekIPMIDBService(); });
     runStep("Recording the start", [] { VMwareOSUtils::updateVEKLastStartValue(); });
     VEK_LOG_ALWAYS(TAG, "VEK service started");

@@ -75,6 +75,9 @@ protected:
             } else {
                 unsetenv("VEK_SIM_BOOT_TIME");
             }
+            if (freopen((host_ + "/vekd.stderr").c_str(), "w", stderr) == nullptr) {
+                _exit(126);
+            }
             const std::string program = std::string(VEK_BINARY_DIR) + "/src/vekd";
             execl(program.c_str(), "vekd", static_cast<char*>(nullptr));
             _exit(127);
@@ -317,6 +320,76 @@ TEST_F(VekdTest, PortDownAndBackReachTheRmcOnceEach)
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_EQ(events(), (std::vector<int>{1384, 1390}));
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
+// What a wrong configuration does: the service says so on its standard
+// error and runs on its defaults; only the crash simulation ends it.
+TEST_F(VekdTest, ConfigurationFaultsAreToldAndOnlyTheCrashSimulationEndsTheService)
+{
+    struct Case {
+        const char* name;
+        const char* conf;
+        std::string told;    // on standard error; empty: no configuration line at all
+        int signal;          // the process ends by this signal, 0 when it runs
+        const char* logged;  // in the main log; empty when the log goes to syslog
+    };
+    const std::string conf = host_ + "/opt/zolvek/vital/vek.conf";
+    const Case cases[] = {
+        {"a key of the wrong type; a resource without a manager",
+         R"({"LoggingLevel": 5, "VEKLogLocation": "/scratch/log/zolvek/vek.log",
+             "EnableResources": ["HostOSInfo", "GPUDevices"]})",
+         "vekd: configuration: " + conf + ": \"LoggingLevel\" must be a string, not an integer; its default is used\n",
+         0, "Error:unable to create thread for the RM 5"},
+        {"not JSON", "{\"LoggingLevel\": ", "vekd: configuration: cannot parse " + conf + ": ", 0, ""},
+        {"crash simulation 6",
+         R"({"VEKLogLocation": "/scratch/log/zolvek/vek.log", "EnableResources": ["HostOSInfo"],
+             "SimulateUnhandledException": 6})",
+         "", SIGABRT, "Simulating unhandled exception SIGABRT. (6)"},
+    };
+    const std::string log = mainLogPath();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::ofstream(conf, std::ios::trunc) << c.conf;
+        std::remove(log.c_str());
+        start();
+        int status = 0;
+        if (c.signal != 0) {
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+            while (waitpid(pid_, &status, WNOHANG) == 0 && std::chrono::steady_clock::now() < deadline) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            }
+            if (!WIFSIGNALED(status) && !WIFEXITED(status)) {
+                stop(SIGKILL);
+                FAIL() << "the service ran on: " << readAll(log);
+            }
+            pid_ = -1;
+            ASSERT_TRUE(WIFSIGNALED(status));
+            EXPECT_EQ(WTERMSIG(status), c.signal);
+        } else {
+            // Running: the told line is out, or the start has been logged.
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+            while (std::chrono::steady_clock::now() < deadline &&
+                   readAll(host_ + "/vekd.stderr").find(c.told) == std::string::npos) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            }
+            vekLogTail tail(log);
+            if (*c.logged != '\0') {
+                ASSERT_TRUE(waitForLog(tail, "VEK service started")) << readAll(host_ + "/vekd.stderr");
+            }
+            status = stop(SIGTERM);
+            ASSERT_TRUE(WIFEXITED(status));
+            EXPECT_EQ(WEXITSTATUS(status), 0);
+        }
+        const std::string told = readAll(host_ + "/vekd.stderr");
+        if (c.told.empty()) {
+            EXPECT_EQ(told.find("configuration"), std::string::npos) << told;
+        } else {
+            EXPECT_NE(told.find(c.told), std::string::npos) << told;
+        }
+        if (*c.logged != '\0') {
+            EXPECT_NE(readAll(log).find(c.logged), std::string::npos) << readAll(log);
+        }
+    }
 }
 
 TEST_F(VekdTest, WithoutTheRmcItExitsWithOneClearMessage)

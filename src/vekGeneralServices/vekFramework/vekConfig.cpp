@@ -69,6 +69,77 @@ Json::Value objectMember(const Json::Value& root, const char* key)
 
 const char* const kDefaultLocation = "syslog";
 
+// The parser's report spans lines; a problem is told on one.
+std::string oneLine(const std::string& text)
+{
+    std::string line;
+    bool blank = false;
+    for (const char c : text) {
+        if (c == '\n' || c == '\r' || c == '\t' || c == ' ') {
+            blank = !line.empty();
+            continue;
+        }
+        if (blank) {
+            line += ' ';
+            blank = false;
+        }
+        line += c;
+    }
+    return line;
+}
+
+// The keys the getters read, with the JSON type each must have.
+struct KeyType {
+    const char* parent; // null at the top level
+    const char* key;
+    Json::ValueType type;
+};
+
+const KeyType kKeyTypes[] = {
+    {nullptr, "EnableDebugLog", Json::booleanValue},
+    {nullptr, "CliMode", Json::stringValue},
+    {nullptr, "CacheRefreshInSeconds", Json::objectValue},
+    {nullptr, "PushInventoryFrequencyInMinutes", Json::intValue},
+    {nullptr, "EnableResources", Json::arrayValue},
+    {nullptr, "LoggingLevel", Json::stringValue},
+    {nullptr, "IPMIDBSleepInterval", Json::intValue},
+    {nullptr, "CaptureUnhandledExceptionStack", Json::booleanValue},
+    {nullptr, "SimulateUnhandledException", Json::intValue},
+    {nullptr, "ForwardAllMegaRAIDCriticalOrHigherEvents", Json::booleanValue},
+    {nullptr, "ForwardAllSmartRAIDDegradedOrHigherEvents", Json::booleanValue},
+    {nullptr, "InventoryQueryIntervalInSeconds", Json::intValue},
+    {nullptr, "LogResourceManagerStatistics", Json::booleanValue},
+    {nullptr, "MicrochipEventQueueIndex", Json::intValue},
+    {nullptr, "HealthMonitorFlags", Json::intValue},
+    {nullptr, "HostOsServices", Json::objectValue},
+    {"HostOsServices", "EnablePCIeRegistersDataCollection", Json::booleanValue},
+    {"HostOsServices", "EnablePCIeLinkStatusMonitoring", Json::booleanValue},
+    {"HostOsServices", "TPMMonitoring", Json::booleanValue},
+    {"HostOsServices", "SyslogFileLocation", Json::stringValue},
+    {nullptr, "DebugLogLocation", Json::stringValue},
+    {nullptr, "VEKLogLocation", Json::stringValue},
+};
+
+const char* typeName(Json::ValueType type)
+{
+    switch (type) {
+    case Json::nullValue: return "null";
+    case Json::intValue:
+    case Json::uintValue: return "an integer";
+    case Json::realValue: return "a number";
+    case Json::stringValue: return "a string";
+    case Json::booleanValue: return "true or false";
+    case Json::arrayValue: return "an array";
+    case Json::objectValue: return "an object";
+    }
+    return "a value";
+}
+
+bool hasType(const Json::Value& value, Json::ValueType type)
+{
+    return type == Json::intValue ? value.isInt() : value.type() == type;
+}
+
 std::string rootedLocation(const std::string& configured)
 {
     if (configured.empty()) {
@@ -111,6 +182,7 @@ void vekConfig::initConfigSettings()
     try {
         std::ifstream file(path);
         if (!file.is_open()) {
+            problems_.push_back("cannot read " + path + ": " + strerror(errno));
             configSyslog("Config %s Couldnt open", path.c_str());
             throw std::runtime_error("Config Uninitlized : will use the default configurations");
         }
@@ -123,8 +195,11 @@ void vekConfig::initConfigSettings()
             root_ = parsed;
             configSyslog("Parse Successful %d", 0);
             file.close();
+            checkKeyTypes();
         } else {
             lastError_ = !errors.empty() ? errors : std::string(strerror(errno));
+            problems_.push_back(ok ? path + " holds fewer than two keys, so none is used"
+                                   : "cannot parse " + path + ": " + oneLine(lastError_));
             configSyslog("Parse Failed %s", lastError_.c_str());
             throw std::runtime_error("Config Uninitlized : will use the default configurations");
         }
@@ -319,6 +394,48 @@ std::string vekConfig::getVEKLogFileLocation() const
 bool vekConfig::getSendTestEventSettings(const std::string&) const
 {
     return false;
+}
+
+void vekConfig::checkKeyTypes()
+{
+    const std::string path = configFilePath();
+    // Read through a const view: a look-up must not add the key it misses.
+    const Json::Value& root = root_;
+    for (const KeyType& expected : kKeyTypes) {
+        const Json::Value& parent = expected.parent ? root[expected.parent] : root;
+        if (!parent.isObject() || !parent.isMember(expected.key)) {
+            continue;
+        }
+        const Json::Value& value = parent[expected.key];
+        const std::string name = expected.parent ? std::string(expected.parent) + "." + expected.key : expected.key;
+        if (!hasType(value, expected.type)) {
+            problems_.push_back(path + ": \"" + name + "\" must be " + typeName(expected.type) + ", not " +
+                                typeName(value.type()) + "; its default is used");
+        }
+    }
+    const Json::Value& resources = root["EnableResources"];
+    if (resources.isArray()) {
+        for (const Json::Value& entry : resources) {
+            if (!entry.isString()) {
+                problems_.push_back(path + ": \"EnableResources\" must hold strings only; " +
+                                    oneLine(entry.toStyledString()) + " is ignored");
+            }
+        }
+    }
+    const Json::Value& intervals = root["CacheRefreshInSeconds"];
+    if (intervals.isObject()) {
+        for (const std::string& member : intervals.getMemberNames()) {
+            if (!intervals[member].isInt() && !intervals[member].isNull()) {
+                problems_.push_back(path + ": \"CacheRefreshInSeconds." + member + "\" must be an integer, not " +
+                                    typeName(intervals[member].type()));
+            }
+        }
+    }
+}
+
+std::vector<std::string> vekConfig::problems() const
+{
+    return problems_;
 }
 
 std::pair<std::string, bool> vekConfig::isDefaultSettingsApplied() const

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 // The service's one configuration file, /opt/zolvek/vital/vek.conf, read once.
 // Every getter has a default and never throws. The constructor is the first
@@ -50,12 +51,21 @@ public:
 
     std::pair<std::string, bool> isDefaultSettingsApplied() const;
 
+    // What is wrong with the file, one line each: unreadable, unparsable, or
+    // a known key of the wrong type (which then takes its default). Empty
+    // when the file is sound. The service executable repeats these on its
+    // standard error, since syslog may not exist where it runs.
+    std::vector<std::string> problems() const;
+
     // Where the file is read from: getEnv() + "/opt/zolvek" + "/vital/vek.conf".
     static std::string configFilePath();
 
 private:
     void initConfigSettings();
 
+    void checkKeyTypes();
+
     Json::Value root_;
     std::string lastError_;
+    std::vector<std::string> problems_;
 };

@@ -64,6 +64,11 @@ bool vekJobManager::startResourceManagers(vekPlatformServices& services)
         try {
             const std::shared_ptr<vekFactory> factory = factory_ ? factory_ : std::make_shared<vekFactory>();
             vekResourceManager* instance = factory->createInstance(id);
+            if (instance == nullptr) {
+                // An id with no manager in this build (a family not present,
+                // or one of the ids that never have one): nothing to run.
+                throw std::invalid_argument("no Resource Manager for this id");
+            }
             instances_[id] = instance;
             threads_[id] = std::thread(initializeResourceManager, id, instance, &services);
         } catch (...) {

@@ -355,10 +355,11 @@ TEST_F(VekdTest, ConfigurationFaultsAreToldAndOnlyTheCrashSimulationEndsTheServi
         int status = 0;
         if (c.signal != 0) {
             const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-            while (waitpid(pid_, &status, WNOHANG) == 0 && std::chrono::steady_clock::now() < deadline) {
+            bool ended = false;
+            while (!(ended = waitpid(pid_, &status, WNOHANG) == pid_) && std::chrono::steady_clock::now() < deadline) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(20));
             }
-            if (!WIFSIGNALED(status) && !WIFEXITED(status)) {
+            if (!ended) {
                 stop(SIGKILL);
                 FAIL() << "the service ran on: " << readAll(log);
             }

@@ -6,12 +6,36 @@
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 "$here/scripts/setup.sh"
-"$here/scripts/build.sh"
-build=${VEK_BUILD_DIR:-$here/build}
+# Only what the main job runs; the test suite is built by scripts/test.sh,
+# into the same folder with the same configuration.
+"$here/scripts/build.sh" vek_main_job
+. "$here/scripts/builddir.sh"
+build=$(vek_build_dir)
 export VEK_BUILD_DIR=$build
+
+# What this run makes for itself is removed when it ends; the logs and what
+# the RMC received are kept in $build/last-run.
+made_host=
+made_spool=
+spool=
+cleanup() {
+    set +e
+    [ -n "$spool" ] && "$here/testtools/rmcemu/rmc-emu.sh" stop "$spool" >/dev/null 2>&1
+    if [ -n "$made_host" ] || [ -n "$made_spool" ]; then
+        rm -rf "$build/last-run"
+        mkdir -p "$build/last-run"
+        [ -n "$made_host" ] && cp -r "$VEK_ROOT/scratch/log/zolvek" "$build/last-run/log" 2>/dev/null
+        [ -n "$made_spool" ] && [ -n "$spool" ] && cp -r "$spool" "$build/last-run/rmc" 2>/dev/null
+        [ -n "$made_host" ] && rm -rf "$VEK_ROOT"
+        [ -n "$made_spool" ] && [ -n "$spool" ] && rm -rf "$spool"
+    fi
+    return 0
+}
+trap cleanup EXIT
 
 if [ -z "${VEK_ROOT:-}" ]; then
     VEK_ROOT=$(mktemp -d /tmp/vek-host-XXXXXX)
+    made_host=1
     "$here/testtools/simhost/mkhost.sh" "$here/testtools/simhost/profiles/rack-type4" "$VEK_ROOT"
 fi
 export VEK_ROOT
@@ -21,6 +45,7 @@ export LD_LIBRARY_PATH="$build/testtools/lib${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH
 export VEK_TIME_SCALE=${VEK_TIME_SCALE:-60}
 
 # The emulated RMC, on a state folder of its own.
+if [ -z "${VEK_RMC_SPOOL:-}" ]; then made_spool=1; fi
 rmc=$("$here/testtools/rmcemu/rmc-emu.sh" start)
 spool=$(printf '%s\n' "$rmc" | sed -n 's/^VEK_RMC_SPOOL=//p')
 export VEK_IPMI_EXTERNAL=$(printf '%s\n' "$rmc" | sed -n 's/^VEK_IPMI_EXTERNAL=//p')
@@ -40,21 +65,34 @@ echo
 pid=$!
 "$build/testtools/rmcview/rmcview" ${VEK_VIEW_COMPACT:+--compact} "$spool" &
 viewpid=$!
-stop() { kill -TERM "$pid" 2>/dev/null || true; }
+interrupted=0
+stop() { interrupted=1; kill -TERM "$pid" 2>/dev/null || true; }
 trap stop INT TERM
+timer=
 if [ -n "${VEK_RUN_SECONDS:-}" ]; then
     ( sleep "$VEK_RUN_SECONDS"; kill -TERM "$pid" 2>/dev/null || true ) &
+    timer=$!
 fi
-status=0
-wait "$pid" || status=$?
-# wait returns early when the trap fires; wait again for the real exit.
-while kill -0 "$pid" 2>/dev/null; do wait "$pid" || status=$?; done
+# A trap that fires ends wait early with 128+signal, which is not the
+# service's status: wait again until a wait returns without a trap between.
+# The shell keeps the status of a child that has already ended.
+while :; do
+    interrupted=0
+    status=0
+    wait "$pid" || status=$?
+    [ "$interrupted" = 1 ] || break
+done
+if [ -n "$timer" ]; then kill "$timer" 2>/dev/null || true; fi
 sleep 0.5
 kill "$viewpid" 2>/dev/null || true
 wait "$viewpid" 2>/dev/null || true
-"$here/testtools/rmcemu/rmc-emu.sh" stop "$spool" >/dev/null || true
 echo
-echo "vekd exited with status $status. Its log: $log"
+echo "vekd exited with status $status."
 echo "Start-stop file:"
 cat "$VEK_ROOT/opt/zolvek/vital/zolVEKStartStop.txt" 2>/dev/null || true
+if [ -n "$made_host" ]; then
+    echo "Its logs are kept in $build/last-run/log${made_spool:+, what the RMC received in $build/last-run/rmc}."
+else
+    echo "Its log: $log"
+fi
 exit "$status"

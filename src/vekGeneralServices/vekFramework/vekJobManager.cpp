@@ -8,6 +8,7 @@
 #include "vekPlatformServices.h"
 #include "vekResourceIds.h"
 #include "vekResourceManager.h"
+#include "vekServer.h"
 
 #include <csignal>
 #include <stdexcept>
@@ -98,6 +99,18 @@ void vekJobManager::stopResourceManagers()
     threads_.clear();
     instances_.clear();
     VEK_LOG_INFO(TAG, "VEK Exiting Gracefully!");
+}
+
+bool vekJobManager::startVEKServer(vekPlatformServices& services)
+{
+    vekServer::getInstance().initializeVEKServer(&services);
+    return true;
+}
+
+void vekJobManager::stopVEKServer()
+{
+    vekServer::getInstance().stopVEKServer();
+    VEK_LOG_INFO(TAG, "Stopped VEK Server");
 }
 
 void* initializeResourceManager(int id, vekResourceManager* rm, vekPlatformServices* services)

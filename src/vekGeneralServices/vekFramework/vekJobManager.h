@@ -26,6 +26,11 @@ public:
     // joining each thread before the next manager is told.
     void stopResourceManagers();
 
+    // Starts the test event server's thread with these services. Always true.
+    bool startVEKServer(vekPlatformServices& services);
+    // Stops the test event server and waits for its thread.
+    void stopVEKServer();
+
     // Where the managers come from: by default a fresh vekFactory for each
     // id. Another factory (a test's) replaces it; null restores the default.
     void setFactory(std::shared_ptr<vekFactory> factory);

@@ -92,6 +92,7 @@ void stop(vekPlatformServices& services)
 {
     runStep("Stopping the doorbell monitor", [] { vekIPMIDBService::stopvekIPMIDBService(); });
     runStep("Stopping the aggregator", [] { vekJsonAggregator::getInstance().stopvekJsonAggregator(); });
+    runStep("Stopping the test event server", [] { vekJobManager::getInstance().stopVEKServer(); });
     runStep("Stopping the Resource Managers", [] { vekJobManager::getInstance().stopResourceManagers(); });
     runStep("Cleaning up the dispatch queue", [&] { services.getInbandComInterface()->cleanUpDispatchQ(); });
     runStep("Shutdown of the start-stop file",
@@ -141,6 +142,7 @@ int main()
     // Not a guarded step: the crash simulation of SimulateUnhandledException
     // throws from here on purpose, and that exception must end the process.
     vekJobManager::getInstance().startResourceManagers(*services);
+    runStep("Starting the test event server", [&] { vekJobManager::getInstance().startVEKServer(*services); });
     runStep("Starting the doorbell monitor", [] { vekIPMIDBService::startvekIPMIDBService(); });
     runStep("Recording the start", [] { VMwareOSUtils::updateVEKLastStartValue(); });
     VEK_LOG_ALWAYS(TAG, "VEK service started");

@@ -159,6 +159,9 @@ TEST_F(VekdTest, StartsAndStopsGracefullyAndKeepsTheStartStopFile)
     const std::string log = mainLog();
     EXPECT_NE(log.find("VEK Exiting Gracefully!"), std::string::npos) << log;
     EXPECT_NE(log.find("VEK service stopped"), std::string::npos) << log;
+    // The test event server stops before the Resource Managers it calls.
+    ASSERT_NE(log.find("Stopped VEK Server"), std::string::npos) << log;
+    EXPECT_LT(log.find("Stopped VEK Server"), log.find("Stopping all RMs")) << log;
     // Every line: time, level, thread number, source line, tag, text.
     const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \[(INFO|DEBUG|WARNING|ERROR)\] +\d{3,} \d{3} [A-Z_]+: .*)");
     std::istringstream lines(log + debugLog());

@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -158,29 +159,21 @@ TEST_F(InBandComManagerTest, InventoryRefusedWithACompletionCodeIsLostAndTheNext
 
     // The RMC is busy at the second chunk of the first inventory.
     rmc.injectCompletionCode(0xC0, 1, 1);
-    LogTail log;
-    manager.initMessageHeader(msgHeader{"rack-host", "8.0.3", 2, "192.168.1.20"});
+    vekLogTail log(vekTestMainLogPath());
     manager.sendInventory(payloadOf(500, 1));
+    ASSERT_TRUE(vekWaitForLog(log, "RMC CLI command WriteInventory: chunk 2 answered with completion code 0xc0 "
+                                   "(Node busy); the rest of the payload is not sent"));
+    manager.initMessageHeader(msgHeader{"rack-host", "8.0.3", 2, "192.168.1.20"});
     manager.sendInventory(payloadOf(500, 2));
     manager.sendEvent(vekEvent(434, "Host", "NotApplicable", false, "Sun Nov 15 12:00:00 2026", "", "VEK"));
-    std::mutex mutex;
-    std::condition_variable done;
-    int result = 1;
-    manager.sendUtilization(std::string(200, 'u'), [&](int outcome) {
-        std::lock_guard<std::mutex> lock(mutex);
-        result = outcome;
-        done.notify_all();
-    });
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        ASSERT_TRUE(done.wait_for(lock, std::chrono::seconds(60), [&] { return result != 1; }));
-    }
-    EXPECT_EQ(result, 0);
-    EXPECT_TRUE(log.contains("RMC CLI command WriteInventory: chunk 2 answered with completion code 0xc0 (Node busy)"))
-        << log.text();
+    std::promise<int> delivered;
+    manager.sendUtilization(std::string(200, 'u'), [&delivered](int outcome) { delivered.set_value(outcome); });
+    std::future<int> outcome = delivered.get_future();
+    ASSERT_EQ(outcome.wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    EXPECT_EQ(outcome.get(), 0);
 
-    // The event may go before the second inventory if the first one had
-    // ended before it was queued; utilization, the lowest, comes last.
+    // The worker was idle: the event may go before the second inventory or
+    // after it; utilization, the lowest and queued last, comes last.
     const std::vector<vekRmcEmulator::Command> commands = rmc.spooledCommands();
     ASSERT_EQ(commands.size(), 3u);
     for (const auto& command : commands) {

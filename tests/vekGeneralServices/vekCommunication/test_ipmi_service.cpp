@@ -1,7 +1,7 @@
 // vekIPMIService against the emulated RMC, over the external IPMI link: the
 // RMC CLI chunks as they arrive in the RMC's spool, the RMC's statuses and
-// completion codes, failures of the channel, the doorbells, the standard
-// commands, and opening the channel.
+// completion codes, failures of the channel, the doorbells, and opening the
+// channel.
 
 #include "vekIPMIExceptions.h"
 #include "vekIPMITestSupport.h"
@@ -200,12 +200,11 @@ TEST_F(IPMIServiceTest, FailingChannelIsAnExceptionWithItsTextAndTheRmcIsReached
 
 TEST_F(IPMIServiceTest, BadArgumentsAreRefusedBeforeAnythingIsSent)
 {
-    for (const auto& c : std::vector<std::pair<std::string, std::string>>{
-             {"", payloadOf(100)}, {"WriteInventory", ""}, {"WriteInventoryTooLong1", payloadOf(100)}}) {
-        LogTail log;
-        EXPECT_THROW(service_->sendData(c.first, c.second), ipmi_exceptions::invalid_arguments) << c.first;
-        EXPECT_TRUE(log.contains("Provided command / arguments is not valid"));
-    }
+    LogTail log;
+    EXPECT_THROW(service_->sendData("", payloadOf(100)), ipmi_exceptions::invalid_arguments);
+    EXPECT_THROW(service_->sendData("WriteInventory", ""), ipmi_exceptions::invalid_arguments);
+    EXPECT_THROW(service_->sendData("WriteInventoryTooLong1", payloadOf(100)), ipmi_exceptions::invalid_arguments);
+    EXPECT_TRUE(log.contains("Provided command / arguments is not valid"));
     EXPECT_EQ(rmc_->chunkExchanges(), 0u);
     // Twenty bytes fit; the RMC does not know the name.
     EXPECT_EQ(exchangesOf("WriteInventoryNow123", payloadOf(100)), 3u);
@@ -245,7 +244,6 @@ TEST_F(IPMIServiceTest, DoorbellsAreReadAndUnderstood)
         }
         LogTail log;
         EXPECT_EQ(service_->readDoorBell(c.level), c.expected) << c.level << " " << c.answer;
-        EXPECT_TRUE(log.contains("Checking IPMI door bell request"));
         if (c.logged != nullptr) {
             EXPECT_TRUE(log.contains(c.logged)) << log.text();
         }
@@ -273,27 +271,6 @@ TEST_F(IPMIServiceTest, DoorbellReadsInterleaveWithALongPayload)
     const std::vector<vekRmcEmulator::Command> spooled = rmc_->spooledCommands();
     ASSERT_EQ(spooled.size(), 1u);
     EXPECT_EQ(spooled[0].payload, payload);
-}
-
-TEST_F(IPMIServiceTest, StandardCommandsAndTheirCompletionCodes)
-{
-    const vekIPMI::GetDeviceIDResponse id = service_->executeGetDeviceID();
-    EXPECT_EQ(id.deviceId, 0x20);
-    EXPECT_EQ(id.manufacturerId, 0x001291u);
-
-    vekIPMI::GetSDRRequest request;
-    request.reservationId = service_->executeReserveSDRRepository();
-    request.recordId = 0x4242;
-    request.bytesToRead = 5;
-    LogTail log;
-    try {
-        service_->executeGetSDR(request);
-        ADD_FAILURE() << "no such record, but an answer";
-    } catch (const vekIPMI::IPMICommandFailureException& e) {
-        EXPECT_EQ(e.completionCode(), 0xCB);
-        EXPECT_STREQ(e.what(), "IPMI command failed with: [0xcb]");
-    }
-    EXPECT_TRUE(log.contains("Get SDR finished with CC: [0xcb]"));
 }
 
 // Opening the channel when nobody is there: the device path, and an external
@@ -341,21 +318,6 @@ TEST_F(IPMIOpenTest, NobodyThereFailsTheServiceAtItsStart)
         EXPECT_EQ(calls.empty(), c.reloads.empty()) << "the drivers are the device's only";
         unlink(root.hostPath("/calls.txt").c_str());
     }
-}
-
-TEST_F(IPMIOpenTest, NodeThatIsNoIpmiDeviceFailsOnSending)
-{
-    ScopedEnv noExternal("VEK_IPMI_EXTERNAL", "", true);
-    root.writeFile("/dev/ipmi0", "");
-    vekIPMIService& service = vekIPMIService::getInstance();
-    EXPECT_EQ(vekIPMIService::getInbandComInterface(), &service);
-    EXPECT_FALSE(root.exists("/calls.txt")) << "the device opened: no reload";
-
-    LogTail log;
-    EXPECT_THROW(service.sendData("WriteInventory", payloadOf(100)), std::exception);
-    EXPECT_TRUE(log.contains("IPMI exec failed   Request ioctl failure with error code : 25")) << log.text();
-    EXPECT_THROW(service.executeGetDeviceID(), std::exception);
-    EXPECT_EQ(service.readDoorBell(1), 0);
 }
 
 } // namespace

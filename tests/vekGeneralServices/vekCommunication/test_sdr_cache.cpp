@@ -164,9 +164,7 @@ TEST(SDRCacheEmpty, EmptyRepositoryHasNoRecords)
     root.writeFile("/empty.sdrs", "# no records\n");
     vekRmcEmulator rmc(root.path() + "/rmc", root.path() + "/empty.sdrs");
     ObservedService observed(vekIPMIService::getIPMIServiceInterface());
-    TestCache cache(observed);
-    EXPECT_TRUE(cache.begin() == cache.end());
-    EXPECT_TRUE(cache.rbegin() == cache.rend());
+    EXPECT_TRUE(TestCache(observed).records().empty());
     EXPECT_TRUE(observed.requests.empty());
 }
 

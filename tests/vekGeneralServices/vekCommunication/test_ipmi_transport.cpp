@@ -1,17 +1,26 @@
 // The IPMI transport: the external BMC protocol's framing and escaping; the
 // external link to the emulated RMC (a slow one, a silent one, one that went
 // away, nobody there, many users at once); the device transport's failures;
-// and the choice between the two.
+// the choice between the two. And the emulated RMC itself (testtools/rmcemu):
+// the next indexes it hands out, which no sender can guess, and its script;
+// its other rules (statuses, fault files, doorbells, restarts) are what the
+// IPMI tests beside this one use.
 
 #include "vekIPMIExternalTransport.h"
+#include "vekIPMIService.h"
 #include "vekIPMITestSupport.h"
 #include "vekIPMITransport.h"
+#include "vekRMCCliProtocol.h"
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 #include <atomic>
 #include <cerrno>
 #include <functional>
+#include <regex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -225,6 +234,62 @@ TEST(DeviceTransport, WithoutAnExternalAddressTheDeviceIsUsedAndFailsAsTheDriver
     int error = 0;
     EXPECT_EQ(failureOf([&] { ask(*device, 0x06, 0x01); }, &error), TransportFailure::Send);
     EXPECT_EQ(error, ENOTTY);
+}
+
+class RmcEmulatorTest : public vekIPMITest::RmcCase {
+};
+
+TEST_F(RmcEmulatorTest, NextIndexesAreTheRmcsOwnAndAGuessIsRefused)
+{
+    vekIPMIService& service = vekIPMIService::getInstance();
+    service.sendData("WriteInventory", vekIPMITest::payloadOf(1000));
+    std::vector<unsigned> indexes;
+    const std::string log = rmc_->log();
+    const std::regex handedOut("status=0 next=0x([0-9a-f]{4})");
+    for (std::sregex_iterator it(log.begin(), log.end(), handedOut), end; it != end; ++it) {
+        indexes.push_back(std::stoul((*it)[1], nullptr, 16));
+    }
+    ASSERT_EQ(indexes.size(), 18u);
+    EXPECT_EQ(indexes.back(), 0u) << "a finished transfer has no next index";
+    indexes.pop_back();
+    size_t counting = 0;
+    for (size_t i = 0; i < indexes.size(); ++i) {
+        EXPECT_GE(indexes[i], 0x100u) << i;
+        counting += (i > 0 && indexes[i] == indexes[i - 1] + 1) ? 1 : 0;
+    }
+    EXPECT_LT(counting, indexes.size() - 1) << "indexes must not simply count";
+    EXPECT_GT(std::set<unsigned>(indexes.begin(), indexes.end()).size(), 10u);
+
+    // A transfer left half-way (the RMC busy at its third chunk): a
+    // following chunk with a counter's index is refused, status 3.
+    rmc_->injectCompletionCode(0xC0, 1, 2);
+    service.sendData("WriteInventory", vekIPMITest::payloadOf(1000));
+    for (uint16_t guess : {1, 2}) {
+        uint8_t chunk[vekIPMI::rmcCli::kChunkSize] = {static_cast<uint8_t>(guess), static_cast<uint8_t>(guess >> 8)};
+        uint8_t answer[4] = {0xFF, 0xFF, 0xFF, 0xFF};
+        size_t length = sizeof(answer);
+        uint8_t completionCode = 0xFF;
+        service.execute(0x3A, 0x80, 0, chunk, sizeof(chunk), answer, length, completionCode);
+        EXPECT_EQ(std::vector<uint8_t>(answer, answer + length), std::vector<uint8_t>({3, 0, 0, 0})) << guess;
+    }
+}
+
+TEST(RmcEmulatorScript, WithoutASpoolFolderItMakesAndPrintsOne)
+{
+    VEK_REQUIRE_RMC_EMULATOR();
+    const std::string script = "env -u VEK_RMC_SPOOL VEK_RMC_MODULE='" VEK_BINARY_DIR
+                               "/testtools/rmcemu/vekrmc_module.so' '" VEK_SOURCE_DIR "/testtools/rmcemu/rmc-emu.sh' ";
+    const vekRmcEmulator::Result started = vekRmcEmulator::run(script + "start");
+    ASSERT_EQ(started.status, 0) << started.output;
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(started.output, m, std::regex("VEK_RMC_SPOOL=([^\\n]+)"))) << started.output;
+    const std::string spool = m[1];
+    struct stat st;
+    EXPECT_EQ(stat((spool + "/ipmi_sim/vekrmc/sdr.20.main").c_str(), &st), 0) << "fresh SDR repository";
+    EXPECT_EQ(vekRmcEmulator::run(script + "status '" + spool + "'").status, 0);
+    EXPECT_EQ(vekRmcEmulator::run(script + "stop '" + spool + "'").status, 0);
+    EXPECT_NE(vekRmcEmulator::run(script + "status '" + spool + "'").status, 0);
+    vekRmcEmulator::run("rm -rf '" + spool + "'");
 }
 
 } // namespace

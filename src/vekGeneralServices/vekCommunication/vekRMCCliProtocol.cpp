@@ -70,7 +70,7 @@ Outcome transfer(const std::string& command, const uint8_t* payload, size_t leng
         ++outcome.exchanges;
         if (!reply.hasStatus()) {
             outcome.noStatus = true;
-            outcome.refusal = reply;
+            outcome.answer = reply;
             return outcome;
         }
         index = reply.nextIndex;
@@ -211,20 +211,20 @@ const char* completionCodeName(uint8_t completionCode)
 
 void logNoStatus(const char* tag, const std::string& command, const Outcome& outcome)
 {
-    const Reply& refusal = outcome.refusal;
-    if (refusal.completionCode != 0) {
+    const Reply& answer = outcome.answer;
+    if (answer.completionCode != 0) {
         VEK_LOG_ERROR(tag,
                       "RMC CLI command %s: chunk %zu answered with completion code 0x%02x (%s); "
                       "the rest of the payload is not sent",
-                      command.c_str(), outcome.exchanges, refusal.completionCode,
-                      completionCodeName(refusal.completionCode));
+                      command.c_str(), outcome.exchanges, answer.completionCode,
+                      completionCodeName(answer.completionCode));
     } else {
         VEK_LOG_ERROR(tag,
                       "RMC CLI command %s: chunk %zu answered with %zu data bytes instead of %zu; "
                       "the rest of the payload is not sent",
-                      command.c_str(), outcome.exchanges, refusal.length, kReplySize);
+                      command.c_str(), outcome.exchanges, answer.length, kReplySize);
     }
-    VEK_LOG_ERROR(tag, "%s", executionFailedText(refusal.completionCode, 0).c_str());
+    VEK_LOG_ERROR(tag, "%s", executionFailedText(answer.completionCode, 0).c_str());
 }
 
 void logDoorbellCompletionCode(const char* tag, int level, uint8_t completionCode)

@@ -15,6 +15,11 @@
 //                    3-59 the next 57 payload bytes, zero-padded
 //   reply            transfer status, next index (little-endian), exit status
 //
+// A chunk the RMC answers with a completion code other than 0 (busy, say)
+// carries no status and no next index: the transfer ends there, the payload
+// is lost, and the next command starts afresh. That is an answer, not a
+// failure of the channel.
+//
 // The last piece (57 bytes or fewer) always goes to offset 3, also when it is
 // the first chunk, where it overlays the name: a payload shorter than 57
 // bytes is thus refused by the RMC (status 5). Every real payload is JSON of
@@ -101,7 +106,7 @@ struct Outcome {
     // A chunk was answered without a status (see Reply): the transfer ended
     // there, since no next index came to go on with. The payload is lost.
     bool noStatus = false;
-    Reply refusal;           // that answer
+    Reply answer;            // that answer
     int status = kStatusOk;  // the first status above 2 if one came, else the last one
     int exitStatus = 0;
     size_t exchanges = 0;    // chunks answered

@@ -64,7 +64,7 @@ TEST_F(IPMIUtilsTest, CompletionCodeIsAnAnswerAndFailuresOfTheWayHaveTheirCodes)
         rmc_->injectCompletionCode(0xD5, 1, 2);
         EXPECT_EQ(utils.RMC_CLI_Cmd_Execution("MPEventGen", payloadOf(1000)), 1);
         EXPECT_EQ(rmc_->chunkExchanges(), 2u);
-        EXPECT_EQ(utils.refusal().refusal.completionCode, 0xD5);
+        EXPECT_EQ(utils.refusal().answer.completionCode, 0xD5);
         EXPECT_TRUE(log.contains("RMC CLI command MPEventGen: chunk 3 answered with completion code 0xd5 (Command not "
                                  "supported in present state); the rest of the payload is not sent"))
             << log.text();

@@ -21,31 +21,22 @@ using vekIPMI::SDRRecord;
 
 namespace {
 
-// Forwards to the real service, and lets a case act before each Get SDR.
-class ObservedService : public vekIPMI::IPMIServiceInterface {
+// The real service on a channel of its own, letting a case act before each
+// Get SDR.
+class ObservedService : public vekIPMIService {
 public:
-    explicit ObservedService(vekIPMI::IPMIServiceInterface& real) : real_(real) {}
-
-    vekIPMI::GetDeviceIDResponse executeGetDeviceID() override { return real_.executeGetDeviceID(); }
-    vekIPMI::GetSDRRepositoryInfoResponse executeGetSDRRepositoryInfo() override
-    {
-        return real_.executeGetSDRRepositoryInfo();
-    }
-    uint16_t executeReserveSDRRepository() override { return real_.executeReserveSDRRepository(); }
+    ObservedService() : vekIPMIService(64) {}
     vekIPMI::GetSDRResponse executeGetSDR(const vekIPMI::GetSDRRequest& request) override
     {
         requests.push_back(request);
         if (beforeGetSDR) {
             beforeGetSDR(requests.size());
         }
-        return real_.executeGetSDR(request);
+        return vekIPMIService::executeGetSDR(request);
     }
 
     std::function<void(size_t number)> beforeGetSDR;  // numbered from 1
     std::vector<vekIPMI::GetSDRRequest> requests;
-
-private:
-    vekIPMI::IPMIServiceInterface& real_;
 };
 
 // A cache of its own, outside the singleton.
@@ -56,14 +47,12 @@ public:
 };
 
 class SDRCacheTest : public RmcCase {
-protected:
-    vekIPMI::IPMIServiceInterface& service() { return vekIPMIService::getIPMIServiceInterface(); }
 };
 
 TEST_F(SDRCacheTest, WalkReadsEveryRecordOnceForAllFirstReaders)
 {
     LogTail log;
-    vekIPMI::SDRRepositoryCacheInterface& cache = vekIPMI::SDRRepositoryCache::getInstance(service());
+    vekIPMI::SDRRepositoryCacheInterface& cache = vekIPMI::SDRRepositoryCache::getInstance(vekIPMIService::getIPMIServiceInterface());
     const std::vector<SDRRecord> records(cache.begin(), cache.end());
     ASSERT_EQ(records.size(), 5u);
     std::vector<std::string> fruNames;
@@ -80,7 +69,7 @@ TEST_F(SDRCacheTest, WalkReadsEveryRecordOnceForAllFirstReaders)
     EXPECT_TRUE(log.contains("Total SDR record count: [5]"));
     EXPECT_TRUE(log.contains(vekLog::format("SDR [0x%04x] read successful.", vekIPMI::sdrRecordId(records.back()))));
 
-    ObservedService observed(service());
+    ObservedService observed;
     TestCache shared(observed);
     std::vector<size_t> seen(4, 0);
     std::vector<std::thread> readers;
@@ -102,7 +91,7 @@ TEST_F(SDRCacheTest, ReservationTakenOverLanIsTakenAgainUntilItKeepsBeingTaken)
     }
     // Request 4 is the body of the second record: its header was read under
     // the reservation that LAN takes away now.
-    ObservedService once(service());
+    ObservedService once;
     once.beforeGetSDR = [this](size_t number) {
         if (number == 4) {
             rmc_->reserveSdrOverLan();
@@ -123,7 +112,7 @@ TEST_F(SDRCacheTest, ReservationTakenOverLanIsTakenAgainUntilItKeepsBeingTaken)
         << log.text();
 
     // From the third record on, LAN reserves before every read.
-    ObservedService always(service());
+    ObservedService always;
     always.beforeGetSDR = [this](size_t number) {
         if (number >= 5) {
             rmc_->reserveSdrOverLan();
@@ -136,7 +125,7 @@ TEST_F(SDRCacheTest, ReservationTakenOverLanIsTakenAgainUntilItKeepsBeingTaken)
 
 TEST_F(SDRCacheTest, RmcGoneEndsTheWalkWithWhatWasReadForGood)
 {
-    ObservedService observed(service());
+    ObservedService observed;
     observed.beforeGetSDR = [this](size_t number) {
         if (number == 6) {
             rmc_->stop();
@@ -149,7 +138,7 @@ TEST_F(SDRCacheTest, RmcGoneEndsTheWalkWithWhatWasReadForGood)
     EXPECT_TRUE(log.contains(vekLog::format("Failed to retrieve SDR [0x%04x] @ offset [0x05]: (",
                                             observed.requests[5].recordId)))
         << log.text();
-    TestCache none(service());
+    TestCache none(observed);
     EXPECT_TRUE(none.begin() == none.end());
     EXPECT_TRUE(log.contains("Failed to build SDR Repository cache: (")) << log.text();
 
@@ -163,7 +152,7 @@ TEST(SDRCacheEmpty, EmptyRepositoryHasNoRecords)
     vekTestRoot root;
     root.writeFile("/empty.sdrs", "# no records\n");
     vekRmcEmulator rmc(root.path() + "/rmc", root.path() + "/empty.sdrs");
-    ObservedService observed(vekIPMIService::getIPMIServiceInterface());
+    ObservedService observed;
     EXPECT_TRUE(TestCache(observed).records().empty());
     EXPECT_TRUE(observed.requests.empty());
 }

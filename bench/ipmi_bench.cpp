@@ -196,7 +196,7 @@ void usage(const char* self)
                  "usage: %s [--sizes N,N,...] [--fast-scale N] [--repeats N]\n"
                  "  --sizes       payload sizes in bytes (default 1024,...,1048576)\n"
                  "  --fast-scale  VEK_TIME_SCALE of the second run (default 100: the pause\n"
-                 "                becomes 5 ms; it also divides the answer timeout)\n"
+                 "                becomes 5 ms; the answer timeout stays at least 2 s)\n"
                  "  --repeats     sends per size, averaged (default 1)\n",
                  self);
 }

@@ -125,8 +125,9 @@ std::string vekRmcEmulator::scriptEnv(const std::string& extra) const
 
 void vekRmcEmulator::start(bool samePorts)
 {
-    const std::string ports =
-        samePorts ? "VEK_RMC_PORT=" + serialPort() + " VEK_RMC_LAN_PORT=" + lanPort_ : std::string();
+    const std::string ports = samePorts ? "VEK_RMC_PORT=" + address_.substr(address_.rfind(':') + 1) +
+                                              " VEK_RMC_LAN_PORT=" + lanPort_
+                                        : std::string();
     const Result started = run(scriptEnv(ports) + shellQuoted(kScript) + " start");
     if (started.status != 0) {
         throw std::runtime_error("the emulated RMC did not start: " + started.output);
@@ -160,16 +161,6 @@ void vekRmcEmulator::restart()
 {
     stop();
     start(true);
-}
-
-bool vekRmcEmulator::running() const
-{
-    return run(scriptEnv("") + shellQuoted(kScript) + " status").status == 0;
-}
-
-std::string vekRmcEmulator::serialPort() const
-{
-    return address_.substr(address_.rfind(':') + 1);
 }
 
 std::vector<vekRmcEmulator::Command> vekRmcEmulator::spooledCommands() const
@@ -243,11 +234,6 @@ void vekRmcEmulator::thaw()
     }
 }
 
-void vekRmcEmulator::setMaxLength(size_t bytes) const
-{
-    writeFile("max_length", std::to_string(bytes) + "\n");
-}
-
 std::string vekRmcEmulator::log() const
 {
     return readFile("rmc.log");
@@ -284,19 +270,9 @@ void vekRmcEmulator::writeFile(const std::string& name, const std::string& conte
     rename(temporary.c_str(), (spool_ + "/" + name).c_str());
 }
 
-bool vekRmcEmulator::fileExists(const std::string& name) const
-{
-    return access((spool_ + "/" + name).c_str(), F_OK) == 0;
-}
-
-vekRmcEmulator::Result vekRmcEmulator::lanCommand(const std::string& arguments) const
-{
-    return run("ipmitool -I lan -H 127.0.0.1 -p " + lanPort_ + " -U admin -P admin " + arguments);
-}
-
 void vekRmcEmulator::reserveSdrOverLan() const
 {
-    const Result reserved = lanCommand("raw 0x0a 0x22");
+    const Result reserved = run("ipmitool -I lan -H 127.0.0.1 -p " + lanPort_ + " -U admin -P admin raw 0x0a 0x22");
     if (reserved.status != 0) {
         throw std::runtime_error("ipmitool could not reserve the SDR repository over LAN: " + reserved.output);
     }

@@ -22,13 +22,14 @@
 // - Spool: spooledCommands() lists the commands received whole, in the order
 //   they came, with their payloads. writeDoorbell()/clearDoorbell() set what
 //   doorbells 1-3 answer, injectFault() answers the next chunks with a
-//   transfer status instead of taking them, setMaxLength() lowers the length
-//   limit, injectCompletionCode() answers the next OEM commands with a
-//   completion code, freeze() makes it hang (connected, never answering).
-//   chunkExchanges() counts the chunks the RMC answered (its rmc.log).
-// - lanCommand() runs ipmitool over the emulator's LAN channel (when
-//   ipmitool is installed: see hasIpmitool()); reserveSdrOverLan() takes an
-//   SDR reservation there, which cancels the one the service holds.
+//   transfer status instead of taking them, injectCompletionCode() answers
+//   the next OEM commands with a completion code, writeFile() any other file
+//   of the state folder (max_length, capabilities...), freeze() makes it
+//   hang (connected, never answering). chunkExchanges() counts the chunks the
+//   RMC answered (its rmc.log).
+// - reserveSdrOverLan() takes an SDR reservation with ipmitool over the
+//   emulator's LAN channel (see hasIpmitool()), which cancels the one the
+//   service holds.
 // - sdrSource: another SDR repository source than testtools/rmcemu/rmc.sdrs
 //   (sdrcomp syntax; an empty file gives an empty repository).
 
@@ -65,13 +66,9 @@ public:
     void stop();
     // Starts it again on the same ports, so the same address reaches it.
     void restart();
-    bool running() const;
 
-    const std::string& spool() const { return spool_; }
     // "127.0.0.1:PORT", the value of VEK_IPMI_EXTERNAL.
     const std::string& address() const { return address_; }
-    const std::string& lanPort() const { return lanPort_; }
-    std::string serialPort() const;
 
     struct Command {
         std::string file;     // "000001-WriteInventory.txt"
@@ -90,8 +87,6 @@ public:
     // After `after` let through, the next `count` commands of net function
     // 0x3A (chunks, doorbells) are answered with this completion code alone.
     void injectCompletionCode(int completionCode, int count = 1, int after = 0) const;
-    // Largest payload length accepted, counting the terminating NUL.
-    void setMaxLength(size_t bytes) const;
     // Stops ipmi_sim in its tracks (SIGSTOP): connections stay up, nothing
     // is answered, as a hung RMC. thaw() lets it go on; the destructor thaws.
     void freeze();
@@ -103,24 +98,21 @@ public:
     // Chunks (0x3A 0x80) the RMC answered so far.
     size_t chunkExchanges() const { return logLines("0x80 index="); }
 
-    // Any file of the state folder.
-    std::string readFile(const std::string& name) const;
+    // Any file of the state folder, written whole or not at all.
     void writeFile(const std::string& name, const std::string& content) const;
-    bool fileExists(const std::string& name) const;
 
     struct Result {
         std::string output;
         int status = -1;
     };
-    // `ipmitool -I lan -H 127.0.0.1 -p LANPORT -U admin -P admin <arguments>`.
-    Result lanCommand(const std::string& arguments) const;
-    // `raw 0x0a 0x22` over LAN; throws std::runtime_error when it fails.
+    // `ipmitool ... raw 0x0a 0x22` over LAN; throws std::runtime_error when it fails.
     void reserveSdrOverLan() const;
     // Runs a shell command, stdout and stderr together.
     static Result run(const std::string& command);
 
 private:
     void start(bool samePorts);
+    std::string readFile(const std::string& name) const;
     void signal(const char* name) const;
     std::string scriptEnv(const std::string& extra) const;
 

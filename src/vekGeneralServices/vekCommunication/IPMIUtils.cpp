@@ -114,6 +114,7 @@ int IPMIUtils::RMC_CLI_Exec(const std::string& command, const std::string& data,
     using namespace vekIPMI::rmcCli;
     status = 0;
     exitStatus = 0;
+    refusal_ = Outcome();
     std::unique_ptr<uint8_t, void (*)(void*)> buffer(static_cast<uint8_t*>(calloc(data.size() + 1, 1)), free);
     if (!buffer) {
         throw ipmi_exceptions::memory_error();
@@ -130,19 +131,14 @@ int IPMIUtils::RMC_CLI_Exec(const std::string& command, const std::string& data,
                 failure = lastFailure_;
                 return false;
             }
-            if (completionCode != 0 || answerLen < kReplySize) {
-                VEK_LOG_ERROR(TAG, "RMC CLI chunk finished with CC: [0x%02x] and %zu bytes", completionCode,
-                              answerLen);
-                failure = kResponseFailure;
-                return false;
-            }
-            reply.status = answer[0];
-            reply.nextIndex = static_cast<uint16_t>(answer[1] | answer[2] << 8);
-            reply.exitStatus = answer[3];
+            reply = readReply(completionCode, answer, answerLen);
             return true;
         });
     status = outcome.status;
     exitStatus = outcome.exitStatus;
+    if (outcome.noStatus) {
+        refusal_ = outcome;
+    }
     return outcome.exchangeFailed ? failure : 0;
 }
 
@@ -170,6 +166,10 @@ int IPMIUtils::RMC_CLI_Cmd_Execution(std::string command, std::string data)
         logCallerFailure(TAG, failure, status, exitStatus);
         return 1;
     }
+    if (refusal_.noStatus) {
+        logNoStatus(TAG, command, refusal_);
+        return 1;
+    }
     if (status != kStatusOk) {
         const size_t payloadSize = data.size();
         logTransferStatus(TAG, status, exitStatus, &payloadSize);
@@ -186,39 +186,31 @@ bool IPMIUtils::readDoorbell(int level, unsigned char* buffer)
     std::lock_guard<std::mutex> lock(mutex_);
     if (!execute(kNetFn, static_cast<uint8_t>(kCmdDoorbellBase + level), nullptr, 0, buffer, length,
                  completionCode)) {
+        VEK_LOG_ERROR(TAG, "An error occurred in checking RMC request via IPMI");
         return false;
     }
     if (completionCode != 0) {
-        VEK_LOG_ERROR(TAG, "Doorbell %d finished with CC: [0x%02x]", level, completionCode);
+        logDoorbellCompletionCode(TAG, level, completionCode);
         return false;
     }
     buffer[length] = '\0';
+    VEK_LOG_DEBUG(TAG, "Return buffer from door bell: %s", reinterpret_cast<const char*>(buffer));
     return true;
 }
 
 bool IPMIUtils::checkIPMIDBRequest()
 {
     unsigned char buffer[vekIPMI::rmcCli::kDoorbellBufferSize] = {0};
-    if (!readDoorbell(1, buffer)) {
-        VEK_LOG_ERROR(TAG, "An error occurred in checking RMC request via IPMI");
-        return false;
-    }
-    VEK_LOG_DEBUG(TAG, "Return buffer from door bell: %s", reinterpret_cast<const char*>(buffer));
-    return vekIPMI::rmcCli::shouldSendInventoryNow(buffer);
+    return readDoorbell(1, buffer) && vekIPMI::rmcCli::shouldSendInventoryNow(buffer);
 }
 
 int IPMIUtils::checkIPMIDBGenericRequest(int level)
 {
     using namespace vekIPMI::rmcCli;
     unsigned char buffer[kDoorbellBufferSize] = {0};
-    if (level < kLowestDoorbell || level > kHighestDoorbell) {
-        return checkIPMIBuffer(level, buffer);
-    }
-    if (!readDoorbell(level, buffer)) {
-        VEK_LOG_ERROR(TAG, "An error occurred in checking RMC request via IPMI");
+    if (level >= kLowestDoorbell && level <= kHighestDoorbell && !readDoorbell(level, buffer)) {
         return 0;
     }
-    VEK_LOG_DEBUG(TAG, "Return buffer from door bell: %s", reinterpret_cast<const char*>(buffer));
     return checkIPMIBuffer(level, buffer);
 }
 

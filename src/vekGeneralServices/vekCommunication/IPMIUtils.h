@@ -13,6 +13,7 @@
 // ends the transfer here.
 
 #include "vekIPMITransport.h"
+#include "vekRMCCliProtocol.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -64,7 +65,8 @@ public:
     // Sends the payload as an RMC CLI command and logs the outcome. 0 when the
     // RMC took it (transfer status 0), 1 when not.
     int RMC_CLI_Cmd_Execution(std::string command, std::string data);
-    // Whether doorbell 1 asks for the inventory now; false on any failure.
+    // Whether doorbell 1 asks for the inventory now; false on any failure,
+    // and when the RMC answers with a completion code (nothing asked).
     bool checkIPMIDBRequest();
     // The meaning of doorbell 1, 2 or 3 (see checkIPMIBuffer); 0 on failure.
     int checkIPMIDBGenericRequest(int level);
@@ -74,8 +76,13 @@ public:
     // Sends the payload; 0 when every chunk was answered, else the code of
     // the failure on the way (7 request, 8 response). The RMC's status and
     // exit status of the last chunk answered go to the last two arguments.
-    // Stops at the first status above 2. The caller holds the mutex.
+    // Stops at the first status above 2, and at a chunk answered without a
+    // status (a completion code other than 0: see refusal()). The caller
+    // holds the mutex.
     int RMC_CLI_Exec(const std::string& command, const std::string& data, int& status, int& exitStatus);
+    // How the last RMC_CLI_Exec ended when a chunk's answer carried no
+    // status (noStatus set, with the completion code), else empty.
+    const vekIPMI::rmcCli::Outcome& refusal() const { return refusal_; }
 
     // One request under the mutex: true and the answer's data (cut to the
     // capacity in responseLen) when it came, false otherwise. Throws nothing.
@@ -86,7 +93,9 @@ private:
     // One exchange: true on success. lastFailure_ says which side failed.
     bool execute(uint8_t netfn, uint8_t cmd, const uint8_t* data, size_t dataLen, uint8_t* response,
                  size_t& responseLen, uint8_t& completionCode);
-    // Reads a doorbell into a zeroed kDoorbellBufferSize buffer.
+    // Reads a doorbell into a zeroed kDoorbellBufferSize buffer. False when
+    // it asks for nothing: the channel failed (logged as an error) or the
+    // RMC answered with a completion code other than 0.
     bool readDoorbell(int level, unsigned char* buffer);
 
     // Serialises all traffic of this class.
@@ -94,6 +103,7 @@ private:
 
     std::unique_ptr<vekIPMI::Transport> transport_;
     int lastFailure_ = 0;
+    vekIPMI::rmcCli::Outcome refusal_;
 };
 
 } // namespace ipmi

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -187,7 +188,13 @@ void UniqueFd::reset(int fd)
     fd_ = fd;
 }
 
-const std::chrono::milliseconds ExternalLink::kDefaultReceiveTimeout(5000);
+const std::chrono::milliseconds ExternalLink::kPeerWait(5000);
+const std::chrono::milliseconds ExternalLink::kPeerWaitFloor(2000);
+
+std::chrono::milliseconds ExternalLink::peerWait()
+{
+    return std::max(vekGlobalDef::timeUtils::scaled(kPeerWait), kPeerWaitFloor);
+}
 
 ExternalLink& ExternalLink::instance()
 {
@@ -206,8 +213,7 @@ ExternalLink& ExternalLink::instance()
     return *link;
 }
 
-ExternalLink::ExternalLink(std::string address, std::chrono::milliseconds receiveTimeout)
-    : address_(std::move(address)), receiveTimeout_(receiveTimeout)
+ExternalLink::ExternalLink(std::string address) : address_(std::move(address))
 {
     const size_t colon = address_.rfind(':');
     if (colon == std::string::npos || colon == 0 || colon + 1 >= address_.size()) {
@@ -262,7 +268,7 @@ bool ExternalLink::connectLocked(int& error)
     }
     std::unique_ptr<addrinfo, void (*)(addrinfo*)> guard(found, freeaddrinfo);
 
-    const Clock::time_point deadline = Clock::now() + vekGlobalDef::timeUtils::scaled(receiveTimeout_);
+    const Clock::time_point deadline = Clock::now() + peerWait();
     for (addrinfo* candidate = found; candidate != nullptr; candidate = candidate->ai_next) {
         const int type = candidate->ai_socktype | SOCK_CLOEXEC | SOCK_NONBLOCK;
         UniqueFd socketFd(socket(candidate->ai_family, type, candidate->ai_protocol));
@@ -332,7 +338,7 @@ bool ExternalLink::drainLocked()
 
 void ExternalLink::sendLocked(const std::vector<uint8_t>& frame)
 {
-    const Clock::time_point deadline = Clock::now() + vekGlobalDef::timeUtils::scaled(receiveTimeout_);
+    const Clock::time_point deadline = Clock::now() + peerWait();
     size_t sent = 0;
     while (sent < frame.size()) {
         const ssize_t n = ::send(fd_.get(), frame.data() + sent, frame.size() - sent, MSG_NOSIGNAL);
@@ -363,7 +369,7 @@ void ExternalLink::sendLocked(const std::vector<uint8_t>& frame)
 size_t ExternalLink::awaitResponseLocked(uint8_t seq, uint8_t netfn, uint8_t cmd, uint8_t* response,
                                          size_t& responseLen)
 {
-    const std::chrono::milliseconds timeout = vekGlobalDef::timeUtils::scaled(receiveTimeout_);
+    const std::chrono::milliseconds timeout = peerWait();
     const Clock::time_point deadline = Clock::now() + timeout;
     const uint8_t responseNetfn = static_cast<uint8_t>(netfn | 1);
     uint8_t buffer[512];
@@ -477,9 +483,8 @@ bool ExternalTransport::open()
         opened_ = false;
         return false;
     }
-    link_.connect();
-    opened_ = true;
-    return true;
+    opened_ = link_.connect();
+    return opened_;
 }
 
 size_t ExternalTransport::exchange(uint8_t netfn, uint8_t cmd, uint8_t lun, const uint8_t* data, size_t len,

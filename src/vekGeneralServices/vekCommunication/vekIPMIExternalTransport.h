@@ -104,15 +104,19 @@ private:
 // One TCP link to an external BMC.
 class ExternalLink {
 public:
-    // The answer must come within this, divided by VEK_TIME_SCALE.
-    static const std::chrono::milliseconds kDefaultReceiveTimeout;
+    // How long the other end may take to accept, take a request and answer
+    // it: this, divided by VEK_TIME_SCALE, but never less than
+    // kPeerWaitFloor. The floor is the peer's own time, which a simulation
+    // does not speed up: a BMC on a loaded machine may need a second.
+    static const std::chrono::milliseconds kPeerWait;
+    static const std::chrono::milliseconds kPeerWaitFloor;
+    static std::chrono::milliseconds peerWait();
 
     // The process-wide link to the address VEK_IPMI_EXTERNAL holds now, made
     // at the first use of that address.
     static ExternalLink& instance();
 
-    explicit ExternalLink(std::string address,
-                          std::chrono::milliseconds receiveTimeout = kDefaultReceiveTimeout);
+    explicit ExternalLink(std::string address);
     ExternalLink(const ExternalLink&) = delete;
     ExternalLink& operator=(const ExternalLink&) = delete;
 
@@ -141,7 +145,6 @@ private:
     std::string address_;
     std::string host_;
     std::string port_;
-    std::chrono::milliseconds receiveTimeout_;
 
     mutable std::mutex mutex_;
     UniqueFd fd_;
@@ -156,8 +159,9 @@ public:
     ExternalTransport();
     explicit ExternalTransport(ExternalLink& link);
 
-    // True when the address is usable. It also tries to connect, but an RMC
-    // that is not up yet is found by the first exchange after it comes.
+    // Connects the shared link unless it is up: false when the address is
+    // not HOST:PORT or nobody answers there, as the device that is not
+    // there. Once open, a link that drops is made again by the next exchange.
     bool open() override;
     bool isOpen() const override { return opened_; }
     void close() override { opened_ = false; }

@@ -26,9 +26,10 @@ const long kDriverSettleSeconds = 3;
 // The chunk buffer of a payload: the payload, its NUL and room to spare.
 const size_t kPayloadBufferExtra = 22;
 
-// A failed exchange as the callers of execute() see it: a plain
-// std::exception, whose text says what failed; the sender's failure code
-// (request or response) stays inside this file for the status log.
+// A failed exchange as the callers of execute() and sendData() see it: a
+// plain std::exception whose text says what failed (a process that it ends
+// prints that text); the sender's failure code (request or response) stays
+// inside this file for the status log.
 class ExecFailure : public std::exception {
 public:
     ExecFailure(int code, std::string what) : code_(code), what_(std::move(what)) {}
@@ -107,8 +108,10 @@ void vekIPMIService::openHandle()
         return;
     }
     VEK_LOG_ERROR(TAG, "Unable to open IPMI channel %s", transport_->describe().c_str());
-    // The drivers may not be loaded yet; the next start finds the device.
-    reinitIPMIDevice();
+    if (dynamic_cast<vekIPMI::DeviceTransport*>(transport_.get()) != nullptr) {
+        // The drivers may not be loaded yet; the next start finds the device.
+        reinitIPMIDevice();
+    }
     throw std::runtime_error("IPMI - Connection - Failed");
 }
 
@@ -181,7 +184,6 @@ void vekIPMIService::sendData(std::string command, std::string data)
     std::memcpy(buffer.data(), data.data(), data.size());
 
     Outcome outcome;
-    int failureCode = 0;
     try {
         outcome = transfer(command, buffer.data(), data.size() + 1, StopRule::SendAll,
                            [this](const uint8_t* chunk, Reply& reply) {
@@ -189,30 +191,24 @@ void vekIPMIService::sendData(std::string command, std::string data)
                                size_t answerLen = sizeof(answer);
                                uint8_t completionCode = 0xFF;
                                execute(kNetFn, kCmdChunk, 0, chunk, kChunkSize, answer, answerLen, completionCode);
-                               if (completionCode != 0 || answerLen < kReplySize) {
-                                   // No transfer status to go on with.
-                                   const std::string what = vekLog::format(
-                                       "RMC CLI chunk finished with CC: [0x%02x] and %zu bytes", completionCode,
-                                       answerLen);
-                                   VEK_LOG_ERROR(TAG, "%s", what.c_str());
-                                   throw ExecFailure(kResponseFailure, what);
-                               }
-                               reply.status = answer[0];
-                               reply.nextIndex = static_cast<uint16_t>(answer[1] | answer[2] << 8);
-                               reply.exitStatus = answer[3];
+                               reply = readReply(completionCode, answer, answerLen);
                                return true;
                            });
-    } catch (const ExecFailure& e) {
-        failureCode = e.code();
-    } catch (const std::exception&) {
-        failureCode = -1;
-    }
-    if (failureCode != 0) {
+    } catch (const std::exception& e) {
+        // The channel itself failed: this ends the worker that sends, and
+        // with it the process, which prints the text of the failure.
+        const ExecFailure* failure = dynamic_cast<const ExecFailure*>(&e);
         VEK_LOG_ERROR(TAG, "RMC Cli Command Execution failed");
-        LogRetStatus(true, failureCode, 0);
-        throw std::exception();
+        LogRetStatus(true, failure != nullptr ? failure->code() : -1, 0);
+        throw;
     }
     std::this_thread::sleep_for(vekGlobalDef::timeUtils::scaled(kPauseAfterCommand));
+    if (outcome.noStatus) {
+        // An answer, not a failure of the channel: the payload is lost, the
+        // next command goes out as usual.
+        logNoStatus(TAG, command, outcome);
+        return;
+    }
     LogRetStatus(false, outcome.status, outcome.exitStatus);
 }
 
@@ -255,7 +251,7 @@ int vekIPMIService::readDoorBell(int level)
         execute(kNetFn, static_cast<uint8_t>(kCmdDoorbellBase + level), 0, nullptr, 0, buffer, length,
                 completionCode);
         if (completionCode != 0) {
-            VEK_LOG_ERROR(TAG, "Doorbell %d answered with CC: [0x%02x]", level, completionCode);
+            logDoorbellCompletionCode(TAG, level, completionCode);
             return 0;
         }
         buffer[length] = '\0';

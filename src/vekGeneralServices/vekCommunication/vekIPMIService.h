@@ -35,14 +35,17 @@ public:
     vekIPMIService(const vekIPMIService&) = delete;
     vekIPMIService& operator=(const vekIPMIService&) = delete;
 
-    // Opens the channel; on failure reloads the IPMI drivers and throws
+    // Opens the channel (on the external link: connects, within a bounded
+    // time); on failure reloads the IPMI drivers of the device and throws
     // std::runtime_error("IPMI - Connection - Failed").
     void openHandle() override;
 
     // Sends the payload as the RMC CLI command. An empty command or payload,
     // or a name longer than 20 bytes, throws ipmi_exceptions::invalid_arguments;
-    // a failing channel throws std::exception. An error status of the RMC is
-    // logged only.
+    // a failing channel throws std::exception with the failure's text. The
+    // RMC's answers are logged only: an error status, and a chunk answered
+    // with a completion code other than 0, which ends the command there (no
+    // next index came) and loses the payload.
     void sendData(std::string command, std::string data) override;
     void sendData(std::string command, std::string data, std::function<void(int)> callback) override;
     // Doorbell 1, 2 or 3; see checkIPMIBuffer. 0 on any failure.

@@ -9,8 +9,8 @@ public:
     virtual ~vekInbandComInterface() = default;
 
     // Sends the payload as the named RMC CLI command. A failure of the
-    // channel comes out as an exception; an error status of the RMC is only
-    // logged.
+    // channel comes out as an exception; an answer of the RMC that refuses
+    // the command (an error status, a completion code) is only logged.
     virtual void sendData(std::string command, std::string data) = 0;
     // The same, reporting to the callback 0 on success and -1 on any
     // failure; never throws. An empty callback is not called.

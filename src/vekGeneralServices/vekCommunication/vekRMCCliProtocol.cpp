@@ -68,6 +68,11 @@ Outcome transfer(const std::string& command, const uint8_t* payload, size_t leng
             return outcome;
         }
         ++outcome.exchanges;
+        if (!reply.hasStatus()) {
+            outcome.noStatus = true;
+            outcome.answer = reply;
+            return outcome;
+        }
         index = reply.nextIndex;
         if (reply.status > kHighestGoingOnStatus) {
             // The first refusal is the cause; what follows it is its echo.
@@ -86,6 +91,19 @@ Outcome transfer(const std::string& command, const uint8_t* payload, size_t leng
         std::memset(request, 0, sizeof(request));
     }
     return outcome;
+}
+
+Reply readReply(uint8_t completionCode, const uint8_t* data, size_t length)
+{
+    Reply reply;
+    reply.completionCode = completionCode;
+    reply.length = length;
+    if (reply.hasStatus()) {
+        reply.status = data[0];
+        reply.nextIndex = static_cast<uint16_t>(data[1] | data[2] << 8);
+        reply.exitStatus = data[3];
+    }
+    return reply;
 }
 
 size_t chunksFor(size_t payloadLength)
@@ -166,6 +184,53 @@ void logTransferStatus(const char* tag, int status, int exitStatus, const size_t
 void logCallerFailure(const char* tag, int code, int status, int exitStatus)
 {
     VEK_LOG_ERROR(tag, "%s", callerFailureText(code, status, exitStatus).c_str());
+}
+
+const char* completionCodeName(uint8_t completionCode)
+{
+    switch (completionCode) {
+    case 0xC0: return "Node busy";
+    case 0xC1: return "Invalid command";
+    case 0xC2: return "Command invalid for given LUN";
+    case 0xC3: return "Timeout while processing command";
+    case 0xC4: return "Out of space";
+    case 0xC5: return "Reservation cancelled or invalid";
+    case 0xC6: return "Request data truncated";
+    case 0xC7: return "Request data length invalid";
+    case 0xC8: return "Request data field length limit exceeded";
+    case 0xC9: return "Parameter out of range";
+    case 0xCA: return "Cannot return number of requested data bytes";
+    case 0xCB: return "Requested sensor, data, or record not present";
+    case 0xCC: return "Invalid data field in request";
+    case 0xCE: return "Command response could not be provided";
+    case 0xD5: return "Command not supported in present state";
+    case 0xFF: return "Unspecified error";
+    default: return "OEM or command-specific";
+    }
+}
+
+void logNoStatus(const char* tag, const std::string& command, const Outcome& outcome)
+{
+    const Reply& answer = outcome.answer;
+    if (answer.completionCode != 0) {
+        VEK_LOG_ERROR(tag,
+                      "RMC CLI command %s: chunk %zu answered with completion code 0x%02x (%s); "
+                      "the rest of the payload is not sent",
+                      command.c_str(), outcome.exchanges, answer.completionCode,
+                      completionCodeName(answer.completionCode));
+    } else {
+        VEK_LOG_ERROR(tag,
+                      "RMC CLI command %s: chunk %zu answered with %zu data bytes instead of %zu; "
+                      "the rest of the payload is not sent",
+                      command.c_str(), outcome.exchanges, answer.length, kReplySize);
+    }
+    VEK_LOG_ERROR(tag, "%s", executionFailedText(answer.completionCode, 0).c_str());
+}
+
+void logDoorbellCompletionCode(const char* tag, int level, uint8_t completionCode)
+{
+    VEK_LOG_WARNING(tag, "Doorbell %d answered with completion code 0x%02x (%s): nothing is asked", level,
+                    completionCode, completionCodeName(completionCode));
 }
 
 bool shouldSendInventoryNow(const unsigned char* buffer)

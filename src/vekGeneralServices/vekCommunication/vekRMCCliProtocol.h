@@ -15,6 +15,11 @@
 //                    3-59 the next 57 payload bytes, zero-padded
 //   reply            transfer status, next index (little-endian), exit status
 //
+// A chunk the RMC answers with a completion code other than 0 (busy, say)
+// carries no status and no next index: the transfer ends there, the payload
+// is lost, and the next command starts afresh. That is an answer, not a
+// failure of the channel.
+//
 // The last piece (57 bytes or fewer) always goes to offset 3, also when it is
 // the first chunk, where it overlays the name: a payload shorter than 57
 // bytes is thus refused by the RMC (status 5). Every real payload is JSON of
@@ -77,10 +82,20 @@ enum class StopRule {
 };
 
 struct Reply {
+    // Other than 0: the RMC answered the chunk with this completion code and
+    // nothing else, so there is no status and no next index.
+    uint8_t completionCode = 0;
+    // Data bytes after the completion code; fewer than kReplySize carry no status.
+    size_t length = kReplySize;
     uint8_t status = 0;
     uint16_t nextIndex = 0;
     uint8_t exitStatus = 0;
+
+    bool hasStatus() const { return completionCode == 0 && length >= kReplySize; }
 };
+
+// Reads the answer to a chunk: its completion code and the data after it.
+Reply readReply(uint8_t completionCode, const uint8_t* data, size_t length);
 
 // Sends one 60-byte chunk and fills the reply. False when the exchange
 // failed, which ends the transfer; it may also throw, which goes through.
@@ -88,6 +103,10 @@ using ChunkExchange = std::function<bool(const uint8_t* chunk, Reply& reply)>;
 
 struct Outcome {
     bool exchangeFailed = false;
+    // A chunk was answered without a status (see Reply): the transfer ended
+    // there, since no next index came to go on with. The payload is lost.
+    bool noStatus = false;
+    Reply answer;            // that answer
     int status = kStatusOk;  // the first status above 2 if one came, else the last one
     int exitStatus = 0;
     size_t exchanges = 0;    // chunks answered
@@ -115,6 +134,15 @@ std::string callerFailureText(int code, int status, int exitStatus);
 void logTransferStatus(const char* tag, int status, int exitStatus, const size_t* payloadSize);
 // Logs a failure on the sender's side.
 void logCallerFailure(const char* tag, int code, int status, int exitStatus);
+// The standard name of an IPMI completion code ("Node busy"), or "OEM or
+// command-specific" for the codes without one.
+const char* completionCodeName(uint8_t completionCode);
+// Logs a transfer that a chunk's answer without a status ended: what the RMC
+// answered, then the failure line with the completion code as its status.
+void logNoStatus(const char* tag, const std::string& command, const Outcome& outcome);
+// Logs a doorbell answered with a completion code other than 0, which asks
+// for nothing.
+void logDoorbellCompletionCode(const char* tag, int level, uint8_t completionCode);
 
 // What a doorbell's answer (NUL-terminated) means: level 1 whether to send
 // the inventory now (1/0), level 2 whether telemetry is enabled (1) or not

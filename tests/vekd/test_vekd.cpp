@@ -398,18 +398,31 @@ TEST_F(VekdTest, ConfigurationFaultsAreToldAndOnlyTheCrashSimulationEndsTheServi
 
 TEST_F(VekdTest, WithoutTheRmcItExitsWithOneClearMessage)
 {
+    // Both ways to the RMC fail at the same point: no device, and an
+    // external address where nobody listens any more.
+    const std::string address = getenv("VEK_IPMI_EXTERNAL") ? getenv("VEK_IPMI_EXTERNAL") : "";
     rmc_.reset();
-    unsetenv("VEK_IPMI_EXTERNAL");
-    start();
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    pid_ = -1;
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 1);
-    const std::string log = mainLog();
-    EXPECT_NE(log.find("Cannot reach the RMC, the service stops: IPMI - Connection - Failed"), std::string::npos)
-        << log;
-    EXPECT_EQ(log.find("VEK service started"), std::string::npos);
+    for (const std::string& external : {std::string(), address}) {
+        SCOPED_TRACE(external.empty() ? "device" : external);
+        if (external.empty()) {
+            unsetenv("VEK_IPMI_EXTERNAL");
+        } else {
+            setenv("VEK_IPMI_EXTERNAL", external.c_str(), 1);
+        }
+        std::remove(mainLogPath().c_str());
+        start();
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        ASSERT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), 1);
+        const std::string log = mainLog();
+        EXPECT_NE(log.find("Cannot reach the RMC, the service stops: IPMI - Connection - Failed"), std::string::npos)
+            << log;
+        EXPECT_EQ(log.find("VEK service started"), std::string::npos);
+        EXPECT_NE(readAll(host_ + "/vekd.stderr").find("vekd: cannot reach the RMC (IPMI - Connection - Failed)"),
+                  std::string::npos);
+    }
 }
 
 } // namespace

@@ -54,19 +54,13 @@ TEST_F(ChassisManagerTest, TrbAnswersForEveryGeoIdForm)
         EXPECT_EQ(scm.getPCIeSlotForIOSlot(std::get<0>(c), text), std::get<1>(c)) << std::get<0>(c);
         EXPECT_EQ(text, std::get<2>(c)) << std::get<0>(c);
     }
-    struct FormFactor {
-        std::string pci;
-        int code;
-        _VEK_DEVICE_FORM_FACTOR formFactor;
-    };
-    for (const FormFactor& f : {FormFactor{kCard, 0, VEK_FORM_FACTOR_PCIE_CEM}, {kOnboard, 0, VEK_FORM_FACTOR_ON_BOARD},
-                                {kOcp, 0, VEK_FORM_FACTOR_OCP}, {kNvme, 0, VEK_FORM_FACTOR_SSD_HDD},
-                                {kDrive, 0, VEK_FORM_FACTOR_SSD_HDD}, {kNoGeoID, -5, VEK_FORM_FACTOR_UNKNOWN},
-                                {"0000:5e:00", -1, VEK_FORM_FACTOR_UNKNOWN}}) {
-        SCOPED_TRACE(f.pci);
+    for (const auto& c : {std::make_tuple(kCard, 0, VEK_FORM_FACTOR_PCIE_CEM), {kOnboard, 0, VEK_FORM_FACTOR_ON_BOARD},
+                          {kOcp, 0, VEK_FORM_FACTOR_OCP}, {kNvme, 0, VEK_FORM_FACTOR_SSD_HDD},
+                          {kDrive, 0, VEK_FORM_FACTOR_SSD_HDD}, {kNoGeoID, -5, VEK_FORM_FACTOR_UNKNOWN},
+                          {"0000:5e:00", -1, VEK_FORM_FACTOR_UNKNOWN}}) {
         _VEK_DEVICE_FORM_FACTOR formFactor = VEK_FORM_FACTOR_OCP;
-        EXPECT_EQ(scm.getPCIDeviceFormFactor(f.pci, formFactor), f.code);
-        EXPECT_EQ(formFactor, f.formFactor);
+        EXPECT_EQ(scm.getPCIDeviceFormFactor(std::get<0>(c), formFactor), std::get<1>(c)) << std::get<0>(c);
+        EXPECT_EQ(formFactor, std::get<2>(c)) << std::get<0>(c);
     }
 
     std::string location;

@@ -16,6 +16,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -152,49 +153,64 @@ TEST_F(NICEventsTest, FlapWithinOnePeriodSaysNothing)
     EXPECT_EQ(manager.getPortStates().at("vmnic0"), Port_Link_Up);
 }
 
-// Recovery from an error sends 27 then 30. When the platform lacks one of
-// them, the recovery ends there: the RMC gets nothing more of it and the
-// inventory keeps the error, yet the port is Up and reports its next change.
+// What fails while an event is built ends the port's change; what fails on
+// the way to the RMC loses only that event. Either way the port takes its
+// new state and reports its next change.
 class NICEventLostTest : public NICEventsTest {
 protected:
-    void expectRecoveryEndsWithout(IELEVENT::IELEventId missing, const std::vector<int>& sent)
+    void TearDown() override
     {
-        services->SetIELEventResolver(new ResolverWithout(missing));
+        if (manager) {
+            notifier->detach(manager.get());
+        }
+    }
+
+    // The port, Up, watched by a manager on these services; no poller.
+    void watchOn(vekPlatformServices* on)
+    {
         NICDeviceInfo record;
         record.InterfaceName = "vmnic0";
         vekNICInventoryManager::getInstance().saveInventory({record});
-        vekNICEventManager manager(services, os);
-        vekNICVmwareEventNotifier* notifier = watch(manager, false);
-
-        EXPECT_EQ(poll(manager, notifier, "Unknown"), "Offline/Critical");
-        EXPECT_EQ(poll(manager, notifier, "Up"), "Offline/Critical");
-        EXPECT_TRUE(log.contains("Issue occurred in transitioning from one state to another state: IEL Event Not "
-                                 "Matching"));
-        EXPECT_EQ(manager.getPortStates().at("vmnic0"), Port_Link_Up);
-        EXPECT_EQ(poll(manager, notifier, "Down"), "Linkdown/OK");
-        notifier->detach(&manager);
-
-        // The last event queues behind whatever the lost one would have sent.
-        ASSERT_TRUE(channel.waitFor("MPEventGen", sent.size()));
-        EXPECT_EQ(sentIds(), sent);
+        manager.reset(new vekNICEventManager(on, os));
+        notifier = watch(*manager, false);
     }
 
     // What the poller's job does for the port: read its status and tell the
-    // manager. Gives the port's status in the inventory afterwards (State/Health).
-    std::string poll(vekNICEventManager& manager, ISubject* notifier, const std::string& link)
+    // manager. Gives the port's status in the inventory afterwards.
+    std::string poll(const std::string& link)
     {
         setLink(link);
         os->getNICInterface()->refreshData();
         NICDeviceInfo now;
         os->getNICInterface()->discoverNICStatusInfo("vmnic0", now);
-        manager.notifyChange(notifier, VEK_OBSERVABLE_ASPECT_NIC, "", "vmnic0", &now.deviceStatus.state,
-                             &now.deviceStatus.health);
+        manager->notifyChange(notifier, VEK_OBSERVABLE_ASPECT_NIC, "", "vmnic0", &now.deviceStatus.state,
+                              &now.deviceStatus.health);
         std::vector<NICDeviceInfo> inventory;
         vekNICInventoryManager::getInstance().getInventory(inventory);
         const Json::Value status = inventory.at(0).getStatusJson();
         return status["State"].asString() + "/" + status["Health"].asString();
     }
 
+    // Recovery from an error sends 27 then 30. Without one of them on the
+    // platform the recovery ends there: the RMC gets nothing more of it and
+    // the inventory keeps the error.
+    void expectRecoveryEndsWithout(IELEVENT::IELEventId missing, const std::vector<int>& sent)
+    {
+        services->SetIELEventResolver(new ResolverWithout(missing));
+        watchOn(services);
+        EXPECT_EQ(poll("Unknown"), "Offline/Critical");
+        EXPECT_EQ(poll("Up"), "Offline/Critical");
+        EXPECT_TRUE(log.contains("Issue occurred in transitioning from one state to another state: IEL Event Not "
+                                 "Matching"));
+        EXPECT_EQ(manager->getPortStates().at("vmnic0"), Port_Link_Up);
+        EXPECT_EQ(poll("Down"), "Linkdown/OK");
+        // The last event queues behind whatever the lost one would have sent.
+        ASSERT_TRUE(channel.waitFor("MPEventGen", sent.size()));
+        EXPECT_EQ(sentIds(), sent);
+    }
+
+    std::unique_ptr<vekNICEventManager> manager;
+    vekNICVmwareEventNotifier* notifier = nullptr;
     vekLogTail log{vekTestMainLogPath()};
 };
 
@@ -208,24 +224,27 @@ TEST_F(NICEventLostTest, WithoutTheLinkUpEventTheRecoveryAloneIsSent)
     expectRecoveryEndsWithout(IELEVENT::IEL_NIC_PORT_LINK_UP, {678, 680, 1384});
 }
 
+TEST_F(NICEventLostTest, EventThatCannotBeHandedOverIsLostButTheChangeCompletes)
+{
+    vekPlatformServices noChannel;
+    noChannel.SetIELEventResolver(new IELEventMap::IELEventTRB());
+    watchOn(&noChannel);
+    EXPECT_EQ(poll("Down"), "Linkdown/OK");
+    EXPECT_TRUE(log.contains("Event [1384] Failed to send for the NIC device at PL[03010301FF01FFFF]"))
+        << log.newText();
+    EXPECT_FALSE(log.contains("Issue occurred in transitioning"));
+    EXPECT_EQ(poll("Up"), "Online/OK");
+}
+
+// The statuses the simulated host above does not produce.
 TEST(NICEventRows, StatusToPortEvent)
 {
-    const struct {
-        VEK_RESOURCE_STATE state;
-        VEK_RESOURCE_HEALTH health;
-        NetworkEvents event;
-    } rows[] = {
-        {VEK_STATE_ONLINE, VEK_HEALTH_OK, Port_Link_Up},
-        {VEK_STATE_LINKDOWN, VEK_HEALTH_OK, Port_Link_Down},
-        {VEK_STATE_OFFLINE, VEK_HEALTH_CRITICAL, Port_Error},
-        {VEK_STATE_OFFLINE, VEK_HEALTH_OK, Port_Link_Disabled},
-        {VEK_STATE_INITIALIZING, VEK_HEALTH_OK, Port_Link_Initializing},
-        {VEK_STATE_DOWN, VEK_HEALTH_OK, Not_Found},
-        {VEK_STATE_ONLINE, VEK_HEALTH_WARNING, Not_Found},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(vekNICEventManager::computeNICDevicePortState(row.state, row.health), row.event);
-    }
+    using M = vekNICEventManager;
+    EXPECT_EQ(M::computeNICDevicePortState(VEK_STATE_INITIALIZING, VEK_HEALTH_OK), Port_Link_Initializing);
+    EXPECT_EQ(M::computeNICDevicePortState(VEK_STATE_OFFLINE, VEK_HEALTH_OK), Port_Link_Disabled);
+    // An administratively down port is not watched.
+    EXPECT_EQ(M::computeNICDevicePortState(VEK_STATE_DOWN, VEK_HEALTH_OK), Not_Found);
+    EXPECT_EQ(M::computeNICDevicePortState(VEK_STATE_ONLINE, VEK_HEALTH_WARNING), Not_Found);
 }
 
 } // namespace

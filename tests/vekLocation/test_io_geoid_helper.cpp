@@ -39,8 +39,8 @@ struct Expected {
 // Every form in slot records, as each platform reads them.
 const std::vector<std::string> kEveryForm = {
     slot("Slot 3 r001u02p3i04 PCIe", "0000:5e:00.0"), slot("r001u02p3i04x1y07", "0000:5f:00.0"),
-    slot("OCP r001u02p3o1", "0000:2a:00.0"),          slot("NVMe Bay r001u02p3x1y07", "0000:86:00.0"),
-    slot("Legacy r001i05s02", "0000:17:00.0"),        slot("No place at all", "0000:18:00.0")};
+    slot("OCP r001u02p3o1", "0000:2a:00.0"), slot("NVMe Bay r001u02p3x1y07", "0000:86:00.0"),
+    slot("Legacy r001i05s02", "0000:17:00.0"), slot("No place at all", "0000:18:00.0")};
 
 // The map holds these addresses and no other, each with its decoded GeoID.
 void expectMap(vekIOGeoIDHelper& helper, const std::vector<Expected>& expected)

@@ -36,9 +36,9 @@ const std::string kCard = "0000:5e:00.0", kOnboard = "0000:00:17.0", kOcp = "000
                   kDrive = "0000:88:00.0", kOtherChassis = "0000:3b:00.0", kNoGeoID = "0000:99:00.0";
 
 const std::vector<std::string> kTrbSlots = {
-    slot("Slot 4 r001u03p1i04", kCard),   slot("Onboard r001u03p2i00", kOnboard),
-    slot("OCP r001u03p1o1", kOcp),         slot("NVMe r001u03p1x1y02", kNvme),
-    slot("Drive r001u03p1i04x2y07", kDrive), slot("Slot 1 r001u05p1i01", kOtherChassis)};
+    slot("Slot 4 r001u03p1i04", kCard), slot("Onboard r001u03p2i00", kOnboard), slot("OCP r001u03p1o1", kOcp),
+    slot("NVMe r001u03p1x1y02", kNvme), slot("Drive r001u03p1i04x2y07", kDrive),
+    slot("Slot 1 r001u05p1i01", kOtherChassis)};
 
 TEST_F(ChassisManagerTest, TrbAnswersForEveryGeoIdForm)
 {

@@ -56,3 +56,24 @@ vekPlatformServices& vekLocationTestHost::services()
     }
     return services_;
 }
+
+vekPlatformServices& vekLocationTestHost::use(int platformType, const std::vector<std::string>& records)
+{
+    std::string list;
+    for (const std::string& record : records) {
+        list += (list.empty() ? "" : ", ") + record;
+    }
+    writeTable(platformType, "[" + list + "]");
+    return services();
+}
+
+std::string vekLocationTestHost::slot(const std::string& designation, const std::string& address)
+{
+    return "{\"type\": 9, \"designation\": \"" + designation + "\", \"address\": \"" + address + "\"}";
+}
+
+std::string vekLocationTestHost::onboard(const std::string& designation, const std::string& address)
+{
+    return "{\"type\": 41, \"designation\": \"" + designation + "\", \"deviceType\": 5, \"address\": \"" +
+           address + "\"}";
+}

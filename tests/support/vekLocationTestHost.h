@@ -9,6 +9,7 @@
 #include "vekTestRoot.h"
 
 #include <string>
+#include <vector>
 
 class vekLocationTestHost {
 public:
@@ -25,6 +26,12 @@ public:
 
     // The services on that table, current from now on.
     vekPlatformServices& services();
+
+    // The table of these records, and the services on it.
+    vekPlatformServices& use(int platformType, const std::vector<std::string>& records);
+    // Structure descriptions: a slot (type 9) and an on-board device (type 41).
+    static std::string slot(const std::string& designation, const std::string& address);
+    static std::string onboard(const std::string& designation, const std::string& address);
 
 private:
     const vekTestRoot& root_;

@@ -15,6 +15,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,143 +24,135 @@ namespace {
 const std::string kAllF = "FFFFFFFFFFFFFFFF";
 const int NA = 0xFF; // a field the system left as init left it
 
-// The structure's 16 bytes in hexadecimal, as the fake writes them down.
-std::string bytes(int type, int rack, int unit, int partition, int box, int slot, int dimm, int slot2)
+// The eight fields of a PL: type, rack, unit, partition, box, slot, DIMM
+// channel, second slot. Type 0 (none of the system's): the encoder is not
+// reached and the PL is all-F.
+struct Fields {
+    int f[8];
+};
+const Fields kNotReached{};
+
+// The structure's 16 bytes in hexadecimal as the fake writes them down, or
+// the fake's PL of the same fields.
+std::string bytes(const Fields& v, const char* format = "%02x000000%02x%02xffff%02xff%02x%02x%02x%02xffff")
 {
     char text[40];
-    snprintf(text, sizeof text, "%02x000000%02x%02xffff%02xff%02x%02x%02x%02xffff", type, rack, unit, partition, box,
-             slot, dimm, slot2);
+    snprintf(text, sizeof text, format, v.f[0], v.f[1], v.f[2], v.f[3], v.f[4], v.f[5], v.f[6], v.f[7]);
     return text;
 }
-
-// The fake's PL of the same fields.
-std::string pl(int type, int rack, int unit, int partition, int box, int slot, int dimm, int slot2)
+std::string pl(const Fields& v)
 {
-    char text[20];
-    snprintf(text, sizeof text, "%02X%02X%02X%02X%02X%02X%02X%02X", type, rack, unit, partition, box, slot, dimm, slot2);
-    return text;
+    return bytes(v, "%02X%02X%02X%02X%02X%02X%02X%02X");
 }
 
-std::string slot(const std::string& designation, const std::string& address)
-{
-    return "{\"type\": 9, \"designation\": \"" + designation + "\", \"address\": \"" + address + "\"}";
-}
+const auto slot = vekLocationTestHost::slot;
 
 class PhysLocTest : public vekRootTest {
 protected:
-    vekPhysLocInterface* on(int platform, const std::string& structures)
+    void on(int platform, const std::vector<std::string>& records)
     {
-        host.writeTable(platform, structures);
-        host.services();
+        host.use(platform, records);
         root.makeDirectory("/sim");
-        return vekPhysLocFactory::getPhysLocInterface();
+        physloc = vekPhysLocFactory::getPhysLocInterface();
     }
 
     // What the encoder received since the last look, one structure a line.
     std::vector<std::string> calls(const std::string& library)
     {
         const std::string file = "/sim/" + library + ".calls";
+        std::istringstream in(root.exists(file) ? root.readFile(file) : "");
         std::vector<std::string> lines;
-        if (root.exists(file)) {
-            std::string text = root.readFile(file);
-            for (size_t at = 0; at < text.size();) {
-                const size_t end = text.find('\n', at);
-                lines.push_back(text.substr(at, end - at));
-                at = end + 1;
-            }
-            std::remove(root.hostPath(file).c_str());
+        for (std::string line; std::getline(in, line);) {
+            lines.push_back(line);
         }
+        std::remove(root.hostPath(file).c_str());
         return lines;
     }
 
+    // One FRU: what the system is asked, and the fields the encoder must
+    // receive and return.
+    using Ask = std::function<std::string()>;
     struct Row {
         const char* what;
-        std::string pl;
-        std::string bytes; // empty: the encoder is not reached
+        Ask ask;
+        Fields fields;
     };
-
-    // Each row's call runs in turn, so the bytes it caused are its own.
-    struct RowCall {
-        Row first;
-        std::function<std::string()> second;
-    };
-    void expectRows(const std::string& library, const std::vector<RowCall>& rows)
+    // Each row runs in turn, so the bytes it caused are its own.
+    void expectRows(const std::string& library, const std::vector<Row>& rows)
     {
         calls(library);
-        for (const auto& row : rows) {
-            SCOPED_TRACE(row.first.what);
-            EXPECT_EQ(row.second(), row.first.pl);
-            const std::vector<std::string> seen = calls(library);
-            if (row.first.bytes.empty()) {
-                EXPECT_TRUE(seen.empty());
-            } else {
-                EXPECT_EQ(seen, std::vector<std::string>{row.first.bytes});
-            }
+        for (const Row& row : rows) {
+            SCOPED_TRACE(row.what);
+            const bool reached = row.fields.f[0] != 0;
+            EXPECT_EQ(row.ask(), reached ? pl(row.fields) : kAllF);
+            const std::vector<std::string> none, one{bytes(row.fields)};
+            EXPECT_EQ(calls(library), reached ? one : none);
         }
     }
+    Ask device(std::string pci) { return [this, pci] { return physloc->getPhysLocForPCIDevice(pci); }; }
+    Ask adapter(std::string pci) { return [this, pci] { return physloc->getPhysLocForNetworkAdapter(pci); }; }
+    Ask external(std::string pci) { return [this, pci] { return physloc->getPhysLocForExternalDrive(pci); }; }
+    Ask drive(std::string pci, int box, int bay)
+    {
+        return [this, pci, box, bay] { return physloc->getPhysLocForChassisDriveSlot(pci, box, bay); };
+    }
+    Ask backplane(std::string pci, int box)
+    {
+        return [this, pci, box] { return physloc->getPhysLocForChassisStorageBackplane(pci, box); };
+    }
 
+    vekPhysLocInterface* physloc = nullptr;
     vekLocationTestHost host{root};
 };
 
-const std::string kTrbSlots = "[" + slot("Slot 4 r001u03p1i04", "0000:5e:00.0") + ", " +
-                              slot("Onboard SATA r001u03p1i00", "0000:00:17.0") + ", " +
-                              slot("OCP r001u03p1o1", "0000:2a:00.0") + ", " +
-                              slot("NVMe Bay r001u03p1x1y02", "0000:87:00.0") + ", " +
-                              slot("Drive r001u03p1i04x2y07", "0000:88:00.0") + "]";
+const std::vector<std::string> kTrbSlots = {
+    slot("Slot 4 r001u03p1i04", "0000:5e:00.0"), slot("Onboard SATA r001u03p1i00", "0000:00:17.0"),
+    slot("OCP r001u03p1o1", "0000:2a:00.0"), slot("NVMe Bay r001u03p1x1y02", "0000:87:00.0"),
+    slot("Drive r001u03p1i04x2y07", "0000:88:00.0")};
 
 TEST_F(PhysLocTest, TrbEveryKindOfFru)
 {
     vekLogTail log(vekTestMainLogPath());
-    vekPhysLocInterface* physloc = on(4, kTrbSlots);
+    on(4, kTrbSlots);
     ASSERT_NE(dynamic_cast<vekTRBPhysLocInterface*>(physloc), nullptr);
     const std::string io = "0000:5e:00.0", onboard = "0000:00:17.0", ocp = "0000:2a:00.0";
-    expectRows("libvekloc3",
-               {
-                   {{"I/O slot card", pl(3, 1, 3, 1, NA, 4, NA, NA), bytes(3, 1, 3, 1, NA, 4, NA, NA)},
-                    [&] { return physloc->getPhysLocForPCIDevice(io); }},
-                   {{"network adapter", pl(3, 1, 3, 1, NA, 4, NA, NA), bytes(3, 1, 3, 1, NA, 4, NA, NA)},
-                    [&] { return physloc->getPhysLocForNetworkAdapter(io); }},
-                   {{"OCP: rack and unit only", pl(7, 1, 3, NA, NA, NA, NA, NA), bytes(7, 1, 3, NA, NA, NA, NA, NA)},
-                    [&] { return physloc->getPhysLocForPCIDevice(ocp); }},
-                   {{"CPU NVMe bay", pl(70, 1, 3, 1, 1, 2, NA, NA), bytes(70, 1, 3, 1, 1, 2, NA, NA)},
-                    [&] { return physloc->getPhysLocForPCIDevice("0000:87:00.0"); }},
-                   {{"drive behind a slot", pl(71, 1, 3, 1, 2, 7, NA, 4), bytes(71, 1, 3, 1, 2, 7, NA, 4)},
-                    [&] { return physloc->getPhysLocForPCIDevice("0000:88:00.0"); }},
-                   {{"on-board drive box 1 bay 12", pl(71, 1, 3, 1, 1, 12, NA, NA), bytes(71, 1, 3, 1, 1, 12, NA, NA)},
-                    [&] { return physloc->getPhysLocForChassisDriveSlot(onboard, 1, 12); }},
-                   {{"drive behind slot card", pl(59, 1, 3, 1, 2, 3, NA, 4), bytes(59, 1, 3, 1, 2, 3, NA, 4)},
-                    [&] { return physloc->getPhysLocForChassisDriveSlot(io, 2, 3); }},
-                   {{"bay 13", kAllF, ""}, [&] { return physloc->getPhysLocForChassisDriveSlot(io, 1, 13); }},
-                   {{"box 4", kAllF, ""}, [&] { return physloc->getPhysLocForChassisDriveSlot(io, 4, 1); }},
-                   {{"drive slot on OCP", kAllF, ""}, [&] { return physloc->getPhysLocForChassisDriveSlot(ocp, 1, 1); }},
-                   {{"external drive", pl(69, 1, 3, 1, NA, 4, NA, NA), bytes(69, 1, 3, 1, NA, 4, NA, NA)},
-                    [&] { return physloc->getPhysLocForExternalDrive(io); }},
-                   {{"external drive on OCP", kAllF, ""}, [&] { return physloc->getPhysLocForExternalDrive(ocp); }},
-                   {{"backplane box 3", pl(43, 1, 3, 1, NA, 4, NA, 3), bytes(43, 1, 3, 1, NA, 4, NA, 3)},
-                    [&] { return physloc->getPhysLocForChassisStorageBackplane(io, 3); }},
-                   {{"backplane box 0", kAllF, ""}, [&] { return physloc->getPhysLocForChassisStorageBackplane(io, 0); }},
-                   {{"no GeoID", kAllF, ""}, [&] { return physloc->getPhysLocForPCIDevice("0000:99:00.0"); }},
-                   {{"invalid address", kAllF, ""}, [&] { return physloc->getPhysLocForPCIDevice("5e:00.0"); }},
-               });
-    EXPECT_TRUE(log.contains("Successfully created TRB PL interface object."));
+    expectRows("libvekloc3", {
+        {"I/O slot card", device(io), {3, 1, 3, 1, NA, 4, NA, NA}},
+        {"network adapter", adapter(io), {3, 1, 3, 1, NA, 4, NA, NA}},
+        {"OCP: rack and unit only", device(ocp), {7, 1, 3, NA, NA, NA, NA, NA}},
+        {"CPU NVMe bay", device("0000:87:00.0"), {70, 1, 3, 1, 1, 2, NA, NA}},
+        {"drive behind a slot", device("0000:88:00.0"), {71, 1, 3, 1, 2, 7, NA, 4}},
+        {"on-board drive box 1 bay 12", drive(onboard, 1, 12), {71, 1, 3, 1, 1, 12, NA, NA}},
+        {"drive behind slot card", drive(io, 2, 3), {59, 1, 3, 1, 2, 3, NA, 4}},
+        {"bay 13", drive(io, 1, 13), kNotReached},
+        {"box 4", drive(io, 4, 1), kNotReached},
+        {"drive slot on OCP", drive(ocp, 1, 1), kNotReached},
+        {"external drive", external(io), {69, 1, 3, 1, NA, 4, NA, NA}},
+        {"external drive on OCP", external(ocp), kNotReached},
+        {"backplane box 3", backplane(io, 3), {43, 1, 3, 1, NA, 4, NA, 3}},
+        {"backplane box 0", backplane(io, 0), kNotReached},
+        {"no GeoID", device("0000:99:00.0"), kNotReached},
+        {"invalid address", device("5e:00.0"), kNotReached},
+    });
     EXPECT_TRUE(log.contains("Invalid internal box # [1] and/or drive bay # [13] for chassis drive PL encoding at PCI "
                              "address [0000:5e:00.0]."));
     EXPECT_TRUE(log.contains("PCI address [0000:2a:00.0]: Unexpected GeoID type [4] for chassis drive slot! (GeoID: "
                              "[r001u03p1o1])"));
     EXPECT_TRUE(log.contains("PCI address [0000:99:00.0]: Unsupported/Unrecognized GeoID Type: [0 - ]! Invalid PL will "
                              "be reported."));
-    EXPECT_TRUE(log.contains("I/O controller PCI address is invalid. ([5e:00.0])"));
 }
 
-TEST_F(PhysLocTest, DecodingGoesThroughTheLibrary)
+// Decoding goes through the library too; what the library refuses ends in
+// an exception for a decode and in all-F for an encode.
+TEST_F(PhysLocTest, TrbLibraryDecodesAndItsRefusals)
 {
-    vekPhysLocInterface* physloc = on(4, kTrbSlots);
+    vekLogTail log(vekTestMainLogPath());
+    on(4, kTrbSlots);
     const std::string code = physloc->getPhysLocForPCIDevice("0000:5e:00.0");
     EXPECT_EQ(physloc->getDecodedPhysLocLongFormat(code), "T3 R1 U3 P1 B255 S4 D255 X255");
     // The all-F code is a PL like any other to the library.
     EXPECT_EQ(physloc->getDecodedPhysLocLongFormat(kAllF), "T255 R255 U255 P255 B255 S255 D255 X255");
     EXPECT_THROW(physloc->getDecodedPhysLocLongFormat("FFFFFFFFFFFFFFF"), vekPhysLoc::InvalidPLException);
-    EXPECT_THROW(physloc->getDecodedPhysLocLongFormat("not a PL"), vekPhysLoc::InvalidPLException);
     root.writeFile("/sim/libvekloc3.json", R"({"get_string": 7})");
     try {
         physloc->getDecodedPhysLocLongFormat(code);
@@ -167,12 +160,6 @@ TEST_F(PhysLocTest, DecodingGoesThroughTheLibrary)
     } catch (const vekPhysLoc::PLAPIFailureException& e) {
         EXPECT_STREQ(e.what(), "PL API failure: [physloc_get_string failed (7)]");
     }
-}
-
-TEST_F(PhysLocTest, LibraryThatRefusesToWorkGivesAllF)
-{
-    vekLogTail log(vekTestMainLogPath());
-    vekPhysLocInterface* physloc = on(4, kTrbSlots);
     root.writeFile("/sim/libvekloc3.json", R"({"init": 5})");
     EXPECT_EQ(physloc->getPhysLocForPCIDevice("0000:5e:00.0"), kAllF);
     EXPECT_TRUE(log.contains("Failed to initialize PL data for encoding! (5)"));
@@ -184,78 +171,55 @@ TEST_F(PhysLocTest, LibraryThatRefusesToWorkGivesAllF)
 
 TEST_F(PhysLocTest, LmEveryKindOfFru)
 {
-    vekPhysLocInterface* physloc =
-        on(2, "[" + slot("Slot 4 r001u03p1i04", "0000:5e:00.0") + ", " + slot("LOM r001u03p1i00", "0000:16:00.0") + "]");
+    on(2, {slot("Slot 4 r001u03p1i04", "0000:5e:00.0"), slot("LOM r001u03p1i00", "0000:16:00.0")});
     ASSERT_NE(dynamic_cast<vekLMPhysLocInterface*>(physloc), nullptr);
     const std::string io = "0000:5e:00.0";
-    expectRows("libvekloc1",
-               {
-                   {{"card", pl(3, 1, 3, 1, NA, 4, NA, NA), bytes(3, 1, 3, 1, NA, 4, NA, NA)},
-                    [&] { return physloc->getPhysLocForPCIDevice(io); }},
-                   {{"embedded adapter", pl(59, 1, 3, 1, NA, 0, NA, NA), bytes(59, 1, 3, 1, NA, 0, NA, NA)},
-                    [&] { return physloc->getPhysLocForNetworkAdapter("0000:16:00.0"); }},
-                   {{"adapter in a slot", pl(3, 1, 3, 1, NA, 4, NA, NA), bytes(3, 1, 3, 1, NA, 4, NA, NA)},
-                    [&] { return physloc->getPhysLocForNetworkAdapter(io); }},
-                   {{"box 2 bay 3 is chassis bay 11", pl(56, 1, 3, 1, NA, 11, NA, 4), bytes(56, 1, 3, 1, NA, 11, NA, 4)},
-                    [&] { return physloc->getPhysLocForChassisDriveSlot(io, 2, 3); }},
-                   {{"box 3", kAllF, ""}, [&] { return physloc->getPhysLocForChassisDriveSlot(io, 3, 1); }},
-                   {{"bay 9", kAllF, ""}, [&] { return physloc->getPhysLocForChassisDriveSlot(io, 1, 9); }},
-                   {{"external drive", pl(69, 1, 3, 1, NA, 4, NA, NA), bytes(69, 1, 3, 1, NA, 4, NA, NA)},
-                    [&] { return physloc->getPhysLocForExternalDrive(io); }},
-                   {{"backplane box 2", pl(64, 1, 3, 1, NA, 4, NA, 2), bytes(64, 1, 3, 1, NA, 4, NA, 2)},
-                    [&] { return physloc->getPhysLocForChassisStorageBackplane(io, 2); }},
-                   {{"no GeoID: no elements", kAllF, ""}, [&] { return physloc->getPhysLocForPCIDevice("0000:99:00.0"); }},
-                   {{"invalid address", kAllF, ""}, [&] { return physloc->getPhysLocForNetworkAdapter("0000:5e:00"); }},
-               });
+    expectRows("libvekloc1", {
+        {"card", device(io), {3, 1, 3, 1, NA, 4, NA, NA}},
+        {"embedded adapter", adapter("0000:16:00.0"), {59, 1, 3, 1, NA, 0, NA, NA}},
+        {"adapter in a slot", adapter(io), {3, 1, 3, 1, NA, 4, NA, NA}},
+        {"box 2 bay 3 is chassis bay 11", drive(io, 2, 3), {56, 1, 3, 1, NA, 11, NA, 4}},
+        {"box 3", drive(io, 3, 1), kNotReached},
+        {"bay 9", drive(io, 1, 9), kNotReached},
+        {"external drive", external(io), {69, 1, 3, 1, NA, 4, NA, NA}},
+        {"backplane box 2", backplane(io, 2), {64, 1, 3, 1, NA, 4, NA, 2}},
+        {"no GeoID: no elements", device("0000:99:00.0"), kNotReached},
+        {"invalid address", adapter("0000:5e:00"), kNotReached},
+    });
 }
 
 TEST_F(PhysLocTest, GqNwEveryKindOfFru)
 {
-    vekPhysLocInterface* physloc =
-        on(0, "[" + slot("Slot 2 r001i05s02", "0000:5e:00.0") + ", " + slot("LOM r001i05s00", "0000:16:00.0") + "]");
+    on(0, {slot("Slot 2 r001i05s02", "0000:5e:00.0"), slot("LOM r001i05s00", "0000:16:00.0")});
     ASSERT_NE(dynamic_cast<vekGQNWPhysLocInterface*>(physloc), nullptr);
     const std::string io = "0000:5e:00.0";
-    expectRows("libvekloc2",
-               {
-                   {{"card", pl(3, 1, 5, NA, NA, 2, NA, NA), bytes(3, 1, 5, NA, NA, 2, NA, NA)},
-                    [&] { return physloc->getPhysLocForPCIDevice(io); }},
-                   {{"embedded adapter", pl(48, 1, 5, NA, NA, 0, NA, NA), bytes(48, 1, 5, NA, NA, 0, NA, NA)},
-                    [&] { return physloc->getPhysLocForNetworkAdapter("0000:16:00.0"); }},
-                   {{"bay 0", pl(45, 1, 5, NA, NA, 0, NA, 0), bytes(45, 1, 5, NA, NA, 0, NA, 0)},
-                    [&] { return physloc->getPhysLocForChassisDriveSlot(io, 7, 0); }},
-                   {{"bay 4", kAllF, ""}, [&] { return physloc->getPhysLocForChassisDriveSlot(io, 1, 4); }},
-                   {{"external drive", pl(61, 1, 5, NA, NA, 2, NA, NA), bytes(61, 1, 5, NA, NA, 2, NA, NA)},
-                    [&] { return physloc->getPhysLocForExternalDrive(io); }},
-                   {{"backplane", pl(53, 1, 5, NA, NA, 2, NA, NA), bytes(53, 1, 5, NA, NA, 2, NA, NA)},
-                    [&] { return physloc->getPhysLocForChassisStorageBackplane(io, 9); }},
-               });
+    expectRows("libvekloc2", {
+        {"card", device(io), {3, 1, 5, NA, NA, 2, NA, NA}},
+        {"embedded adapter", adapter("0000:16:00.0"), {48, 1, 5, NA, NA, 0, NA, NA}},
+        {"bay 0", drive(io, 7, 0), {45, 1, 5, NA, NA, 0, NA, 0}},
+        {"bay 4", drive(io, 1, 4), kNotReached},
+        {"external drive", external(io), {61, 1, 5, NA, NA, 2, NA, NA}},
+        {"backplane", backplane(io, 9), {53, 1, 5, NA, NA, 2, NA, NA}},
+    });
 }
 
-TEST_F(PhysLocTest, UnknownPlatformLoadsNothingAndSaysAllF)
+// An unknown platform, or a library that cannot be used, leaves the mock:
+// all-F for every FRU.
+TEST_F(PhysLocTest, UnknownPlatformOrBrokenLibraryGivesAllF)
 {
     vekLogTail log(vekTestMainLogPath());
-    vekPhysLocInterface* physloc = on(-1, kTrbSlots);
+    on(-1, kTrbSlots);
     ASSERT_NE(dynamic_cast<vekMockPhysLocInterface*>(physloc), nullptr);
-    EXPECT_EQ(physloc->getPhysLocForPCIDevice("0000:5e:00.0"), kAllF);
-    EXPECT_EQ(physloc->getPhysLocForChassisDriveSlot("0000:5e:00.0", 1, 1), kAllF);
-    EXPECT_EQ(physloc->getPhysLocForDIMMSlot("DIMM_A1"), kAllF);
+    expectRows("libvekloc3", {{"card", device("0000:5e:00.0"), kNotReached},
+                              {"DIMM", [&] { return physloc->getPhysLocForDIMMSlot("DIMM_A1"); }, kNotReached}});
     EXPECT_EQ(physloc->getDecodedPhysLocLongFormat("0301030104FFFFFF"), "");
-    EXPECT_TRUE(calls("libvekloc3").empty());
     EXPECT_TRUE(log.contains("Unable to determine platform type [-1]. Physical location will be reported by VEK as "
                              "FFFFFFFFFFFFFFFF for all FRUs."));
-}
 
-TEST_F(PhysLocTest, BrokenLibrariesFallBackToMock)
-{
-    vekLogTail log(vekTestMainLogPath());
-    host.writeTable(2, "[]");
-    host.services();
-    vekPhysLocInterface* absent =
-        vekPhysLocFactory::initializePhysLocInterface(__vekLMPhysLocInterface__getInstance, "libvekloc-absent.so", "LM");
+    vekPhysLocInterface* absent = vekPhysLocFactory::initializePhysLocInterface(
+        __vekLMPhysLocInterface__getInstance, "libvekloc-absent.so", "LM");
     EXPECT_NE(dynamic_cast<vekMockPhysLocInterface*>(absent), nullptr);
     EXPECT_TRUE(log.contains("Failed to load physical locations library [libvekloc-absent.so]"));
-    EXPECT_TRUE(log.contains("Physical location will be reported by VEK as FFFFFFFFFFFFFFFF for all FRUs."));
-
     const std::string broken = std::string(VEK_BINARY_DIR) + "/testtools/lib/broken/libvekloc_nosym.so";
     EXPECT_THROW(vekLMPhysLocInterface::getInstance(broken), vekPhysLoc::SymbolAddressNotFoundException);
     EXPECT_TRUE(log.contains("Failed to find address of symbol [physloc_get_string]"));
@@ -265,7 +229,7 @@ TEST_F(PhysLocTest, BrokenLibrariesFallBackToMock)
 TEST_F(PhysLocTest, DimmSlots)
 {
     vekLogTail log(vekTestMainLogPath());
-    vekPhysLocInterface* physloc = on(4, "[]");
+    on(4, {});
     vekDimmGeoIDContainer& dimms = vekDimmGeoIDContainer::getInstance();
     // ESXi reports no DIMM topology: the map starts empty.
     EXPECT_TRUE(log.contains("Failure reported while discovering DIMM topology"));
@@ -282,8 +246,8 @@ TEST_F(PhysLocTest, DimmSlots)
     EXPECT_THROW(dimms.getGeoIDStr("P1-DIMMB1"), vekGeoIDExceptions::NoSuchDimmID);
 
     // Channel E (4) and slot 3.
-    EXPECT_EQ(physloc->getPhysLocForDIMMSlot("P1-DIMMA1"), pl(55, 1, 2, 1, NA, NA, 4, 3));
-    EXPECT_EQ(calls("libvekloc3"), std::vector<std::string>{bytes(55, 1, 2, 1, NA, NA, 4, 3)});
+    expectRows("libvekloc3", {{"DIMM", [&] { return physloc->getPhysLocForDIMMSlot("P1-DIMMA1"); },
+                                {55, 1, 2, 1, NA, NA, 4, 3}}});
 }
 
 } // namespace

@@ -13,22 +13,20 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <vector>
 
 using namespace vekSCM;
 
 namespace {
 
-std::string slot(const std::string& designation, const std::string& address)
-{
-    return "{\"type\": 9, \"designation\": \"" + designation + "\", \"address\": \"" + address + "\"}";
-}
+const auto slot = vekLocationTestHost::slot;
 
 class ChassisManagerTest : public vekRootTest {
 protected:
-    IServerChassisManager& on(int platform, const std::string& structures)
+    IServerChassisManager& on(int platform, const std::vector<std::string>& records)
     {
-        host.writeTable(platform, structures);
-        host.services();
+        host.use(platform, records);
         return ServerChassisManagerFactory::getServerChassisManager();
     }
     vekLocationTestHost host{root};
@@ -37,10 +35,10 @@ protected:
 const std::string kCard = "0000:5e:00.0", kOnboard = "0000:00:17.0", kOcp = "0000:2a:00.0", kNvme = "0000:87:00.0",
                   kDrive = "0000:88:00.0", kOtherChassis = "0000:3b:00.0", kNoGeoID = "0000:99:00.0";
 
-const std::string kTrbSlots =
-    "[" + slot("Slot 4 r001u03p1i04", kCard) + ", " + slot("Onboard r001u03p2i00", kOnboard) + ", " +
-    slot("OCP r001u03p1o1", kOcp) + ", " + slot("NVMe r001u03p1x1y02", kNvme) + ", " +
-    slot("Drive r001u03p1i04x2y07", kDrive) + ", " + slot("Slot 1 r001u05p1i01", kOtherChassis) + "]";
+const std::vector<std::string> kTrbSlots = {
+    slot("Slot 4 r001u03p1i04", kCard), slot("Onboard r001u03p2i00", kOnboard), slot("OCP r001u03p1o1", kOcp),
+    slot("NVMe r001u03p1x1y02", kNvme), slot("Drive r001u03p1i04x2y07", kDrive),
+    slot("Slot 1 r001u05p1i01", kOtherChassis)};
 
 TEST_F(ChassisManagerTest, TrbAnswersForEveryGeoIdForm)
 {
@@ -48,29 +46,21 @@ TEST_F(ChassisManagerTest, TrbAnswersForEveryGeoIdForm)
     IServerChassisManager& scm = on(4, kTrbSlots);
     EXPECT_TRUE(debug.contains("TRB chassis manager will be used."));
 
-    std::string slotText;
-    EXPECT_EQ(scm.getPCIeSlotForIOSlot(kCard, slotText), 0);
-    EXPECT_EQ(slotText, "04");
-    EXPECT_EQ(scm.getPCIeSlotForIOSlot(kOnboard, slotText), 0);
-    EXPECT_EQ(slotText, "00");
-    EXPECT_EQ(scm.getPCIeSlotForIOSlot(kOcp, slotText), -5);
-    EXPECT_EQ(slotText, "0");
-    EXPECT_EQ(scm.getPCIeSlotForIOSlot(kNoGeoID, slotText), -5); // type 0 is unexpected, not invalid
-    EXPECT_EQ(scm.getPCIeSlotForIOSlot("5e:00.0", slotText), -1);
-
-    struct FormFactor {
-        std::string pci;
-        int code;
-        _VEK_DEVICE_FORM_FACTOR formFactor;
-    };
-    for (const FormFactor& f : {FormFactor{kCard, 0, VEK_FORM_FACTOR_PCIE_CEM}, {kOnboard, 0, VEK_FORM_FACTOR_ON_BOARD},
-                                {kOcp, 0, VEK_FORM_FACTOR_OCP}, {kNvme, 0, VEK_FORM_FACTOR_SSD_HDD},
-                                {kDrive, 0, VEK_FORM_FACTOR_SSD_HDD}, {kNoGeoID, -5, VEK_FORM_FACTOR_UNKNOWN},
-                                {"0000:5e:00", -1, VEK_FORM_FACTOR_UNKNOWN}}) {
-        SCOPED_TRACE(f.pci);
+    // Slot of an I/O slot GeoID: "0" and -5 for a type the rule does not
+    // take (type 0 is unexpected, not invalid), -1 for a bad address.
+    for (const auto& c : {std::make_tuple(kCard, 0, "04"), {kOnboard, 0, "00"}, {kOcp, -5, "0"}, {kNoGeoID, -5, "0"},
+                          {"5e:00.0", -1, "0"}}) {
+        std::string text = "?";
+        EXPECT_EQ(scm.getPCIeSlotForIOSlot(std::get<0>(c), text), std::get<1>(c)) << std::get<0>(c);
+        EXPECT_EQ(text, std::get<2>(c)) << std::get<0>(c);
+    }
+    for (const auto& c : {std::make_tuple(kCard, 0, VEK_FORM_FACTOR_PCIE_CEM), {kOnboard, 0, VEK_FORM_FACTOR_ON_BOARD},
+                          {kOcp, 0, VEK_FORM_FACTOR_OCP}, {kNvme, 0, VEK_FORM_FACTOR_SSD_HDD},
+                          {kDrive, 0, VEK_FORM_FACTOR_SSD_HDD}, {kNoGeoID, -5, VEK_FORM_FACTOR_UNKNOWN},
+                          {"0000:5e:00", -1, VEK_FORM_FACTOR_UNKNOWN}}) {
         _VEK_DEVICE_FORM_FACTOR formFactor = VEK_FORM_FACTOR_OCP;
-        EXPECT_EQ(scm.getPCIDeviceFormFactor(f.pci, formFactor), f.code);
-        EXPECT_EQ(formFactor, f.formFactor);
+        EXPECT_EQ(scm.getPCIDeviceFormFactor(std::get<0>(c), formFactor), std::get<1>(c)) << std::get<0>(c);
+        EXPECT_EQ(formFactor, std::get<2>(c)) << std::get<0>(c);
     }
 
     std::string location;
@@ -79,29 +69,24 @@ TEST_F(ChassisManagerTest, TrbAnswersForEveryGeoIdForm)
     EXPECT_EQ(scm.getChassisLocationForIOSlot(kOcp, location), 0);
     EXPECT_EQ(scm.getChassisLocationForIOSlot(kNvme, location), -5);
 
-    EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(kCard, kOnboard), 2); // partitions don't count
-    EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(kCard, kOtherChassis), 1);
-    EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(kCard, kNvme), 2);
-    // The second address's accepted types are not the first's.
-    EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(kCard, kDrive), -5);
-    EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(kDrive, kNoGeoID), 1);
-    EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(kDrive, kCard), 2);
-    EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(kNoGeoID, kCard), -5);
-    EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(kCard, "5e:00.0"), -1);
+    // Partitions don't count; the second address's accepted types are not the first's.
+    for (const auto& c : {std::make_tuple(kCard, kOnboard, 2), {kCard, kOtherChassis, 1}, {kCard, kNvme, 2},
+                          {kCard, kDrive, -5}, {kDrive, kNoGeoID, 1}, {kDrive, kCard, 2}, {kNoGeoID, kCard, -5},
+                          {kCard, "5e:00.0", -1}}) {
+        EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(std::get<0>(c), std::get<1>(c)), std::get<2>(c))
+            << std::get<0>(c) << " " << std::get<1>(c);
+    }
 
     EXPECT_FALSE(scm.isNVMeDeviceManagedByCPUStorageController(kNvme));
     EXPECT_TRUE(scm.isNVMeDeviceManagedByCPUStorageController("10000:01:00.0"));
     EXPECT_THROW(scm.isNVMeDeviceManagedByCPUStorageController("5e:00.0"), InvalidPCIAddressFormatException);
 }
 
-TEST(ChassisManagerAddresses, FormatsOfAPciAddress)
+TEST(ChassisManagerStatic, PciAddressFormatsAndPchBays)
 {
-    int domain = 0, bus = 0, device = 0, function = 0;
-    ServerChassisManagerBase::extractPCIAddressElements("10000:5e:1f.7", &domain, &bus, &device, &function);
-    EXPECT_EQ(domain, 0x10000);
-    EXPECT_EQ(bus, 0x5e);
-    EXPECT_EQ(device, 0x1f);
-    EXPECT_EQ(function, 7);
+    int parts[4] = {0};
+    ServerChassisManagerBase::extractPCIAddressElements("10000:5e:1f.7", &parts[0], &parts[1], &parts[2], &parts[3]);
+    EXPECT_EQ(std::vector<int>(parts, parts + 4), (std::vector<int>{0x10000, 0x5e, 0x1f, 7}));
     for (const char* valid : {"0000:5e:00.0", "10000:01:00.0"}) {
         EXPECT_TRUE(ServerChassisManagerBase::isPCIAddressFormatValid(valid)) << valid;
     }
@@ -114,15 +99,13 @@ TEST(ChassisManagerAddresses, FormatsOfAPciAddress)
     } catch (const InvalidPCIAddressFormatException& e) {
         EXPECT_STREQ(e.what(), "Invalid PCI address format: [5e:00.0]");
     }
-}
 
-TEST(ChassisManagerBays, PchPortsToBaysAsCabled)
-{
+    // PCH SATA ports to the bays they are cabled to: port, box, bay.
     TRBChassisManager& trb = *TRBChassisManager::getInstance();
-    EXPECT_EQ(trb.mapPCHSATAControllerPortToStorageEnclosureDriveBay(0, 1), 1);
-    EXPECT_EQ(trb.mapPCHSATAControllerPortToStorageEnclosureDriveBay(7, 1), 8);
-    EXPECT_EQ(trb.mapPCHSATAControllerPortToStorageEnclosureDriveBay(0, 2), 2);
-    EXPECT_EQ(trb.mapPCHSATAControllerPortToStorageEnclosureDriveBay(4, 2), 1);
+    for (const auto& c : {std::make_tuple(0, 1, 1), {7, 1, 8}, {0, 2, 2}, {4, 2, 1}}) {
+        EXPECT_EQ(trb.mapPCHSATAControllerPortToStorageEnclosureDriveBay(std::get<0>(c), std::get<1>(c)),
+                  std::get<2>(c));
+    }
     try {
         trb.mapPCHSATAControllerPortToStorageEnclosureDriveBay(1, 2);
         FAIL();
@@ -135,9 +118,8 @@ TEST(ChassisManagerBays, PchPortsToBaysAsCabled)
 
 TEST_F(ChassisManagerTest, LmReadsIoSlotsOnly)
 {
-    IServerChassisManager& scm = on(2, "[" + slot("Slot 4 r001u03p1i04", kCard) + ", " +
-                                           slot("LOM r001u03p1i00", kOnboard) + ", " +
-                                           slot("Slot 1 r001u05p1i01", kOtherChassis) + "]");
+    IServerChassisManager& scm = on(2, {slot("Slot 4 r001u03p1i04", kCard), slot("LOM r001u03p1i00", kOnboard),
+                                        slot("Slot 1 r001u05p1i01", kOtherChassis)});
     std::string slotText;
     EXPECT_EQ(scm.getPCIeSlotForIOSlot(kCard, slotText), 0);
     EXPECT_EQ(slotText, "04");
@@ -156,7 +138,7 @@ TEST_F(ChassisManagerTest, LmReadsIoSlotsOnly)
 
 TEST_F(ChassisManagerTest, GqNwLocationSpellsUFromTheSecondElement)
 {
-    IServerChassisManager& scm = on(1, "[" + slot("Slot 2 r001i05s02", kCard) + "]");
+    IServerChassisManager& scm = on(1, {slot("Slot 2 r001i05s02", kCard)});
     std::string text;
     EXPECT_EQ(scm.getPCIeSlotForIOSlot(kCard, text), 0);
     EXPECT_EQ(text, "02");
@@ -179,12 +161,7 @@ TEST_F(ChassisManagerTest, UnknownPlatformGetsTheMock)
     EXPECT_EQ(scm.getPCIeSlotForIOSlot(kCard, text), -4);
     EXPECT_EQ(text, "0");
     EXPECT_EQ(scm.checkIfPCIDevicesAreLocatedInSameChassis(kCard, kCard), -3);
-    try {
-        scm.findMonarchPCHAttachedStorageEnclosureBoxNumber();
-        FAIL();
-    } catch (const MethodNotImplementedException& e) {
-        EXPECT_STREQ(e.what(), "Method not implemented: [findMonarchPCHAttachedStorageEnclosureBoxNumber]");
-    }
+    EXPECT_THROW(scm.findMonarchPCHAttachedStorageEnclosureBoxNumber(), MethodNotImplementedException);
 }
 
 class MonarchBoxTest : public vekIPMITest::RmcCase {
@@ -193,8 +170,7 @@ class MonarchBoxTest : public vekIPMITest::RmcCase {
 TEST_F(MonarchBoxTest, HighestUbmBoxOfTheRmcsFruRecords)
 {
     vekLocationTestHost host(root);
-    host.writeTable(4, "[]");
-    vekPlatformServices& services = host.services();
+    vekPlatformServices& services = host.use(4, {});
     EXPECT_EQ(TRBChassisManager::getInstance()->findMonarchPCHAttachedStorageEnclosureBoxNumber(), -1);
 
     services.SetIPMISDRRepositoryCache(

@@ -276,7 +276,9 @@ void vekIODevicePortContext::transitionPortState(std::shared_ptr<vekIODevicePort
             VEK_LOG_WARNING(TAG, "Could not execute the necessary action items in the transitioned state : (%d)",
                             current_->getStateID());
         }
-    } catch (const std::runtime_error& e) {
+    } catch (const std::exception& e) {
+        // Whatever stopped the state's actions (an event that could not be
+        // built) ends this transition; the new state holds.
         VEK_LOG_ERROR(TAG, "Issue occurred in transitioning from one state to another state: %s", e.what());
         return;
     }

@@ -244,17 +244,28 @@ Json::Value vekNICEventManager::getVariableData(NICDeviceInfo& info, IELEVENT::I
 void vekNICEventManager::generateNetworkEvent(const std::string& device, const IELEVENT::IELEventId& id,
                                               const bool& serviceEvent)
 {
-    int number = static_cast<int>(id);
+    // An event that cannot be built throws to the port's transition, which
+    // then ends: no later event of that change and no inventory update. Only
+    // the hand-over to the RMC is answered here, since the state has moved
+    // on whether or not the event got out.
     NICDeviceInfo info;
+    system_->getNICInterface()->discoverNICProperties(device, info);
+    matrix_.supplementAdditionalNICProperties(info);
+    Json::Value data = getVariableData(info, id);
+    IELEventResolver* resolver = services_->getIELEventResolver();
+    if (resolver == nullptr) {
+        throw std::runtime_error("No event resolver for this platform");
+    }
+    const int number = (*resolver)(id);
+    vekEvent event(number, info.physicalLocation, "NICEVENT", serviceEvent, vekGlobalDef::timeUtils::getUTCTime(),
+                   "Not Available", data, "VEK");
     try {
-        system_->getNICInterface()->discoverNICProperties(device, info);
-        matrix_.supplementAdditionalNICProperties(info);
-        Json::Value data = getVariableData(info, id);
-        number = (*services_->getIELEventResolver())(id);
-        vekEvent event(number, info.physicalLocation, "NICEVENT", serviceEvent, vekGlobalDef::timeUtils::getUTCTime(),
-                       "Not Available", data, "VEK");
-        services_->getInbandComInterface()->sendEvent(event);
-    } catch (const std::exception& e) {
+        vekInBandComManager* com = services_->getInbandComInterface();
+        if (com == nullptr) {
+            throw std::runtime_error("no communication manager");
+        }
+        com->sendEvent(event);
+    } catch (const std::exception&) {
         VEK_LOG_ERROR(TAG, "Event [%d] Failed to send for the NIC device at PL[%s]", number,
                       info.physicalLocation.c_str());
     }

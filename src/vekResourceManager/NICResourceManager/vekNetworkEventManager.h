@@ -25,6 +25,8 @@ const char* vekNetworkEventName(int event);
 class vekNetworkEventManager {
 public:
     virtual ~vekNetworkEventManager() = default;
+    // Throws when the event cannot be built, which ends the transition that
+    // asked for it; a failed hand-over to the RMC is only logged.
     virtual void generateNetworkEvent(const std::string& device, const IELEVENT::IELEventId& id,
                                       const bool& serviceEvent) = 0;
     virtual void postProcessingEventNotification(const std::string& device) = 0;

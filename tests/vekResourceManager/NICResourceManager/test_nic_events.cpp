@@ -6,80 +6,44 @@
 #include "NICResourceManager/NICResourceManager.h"
 #include "NICResourceManager/vekNICEventManager.h"
 #include "NICResourceManager/vekNICInterface.h"
-#include "vekInBandComManager.h"
-#include "vekInbandComInterface.h"
 #include "vekLocationTestHost.h"
 #include "vekOSInterface.h"
+#include "vekTestInventoryPush.h"
 #include "vekTestRoot.h"
 
 #include <gtest/gtest.h>
 #include <json/json.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
-#include <mutex>
-#include <sstream>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
 
-class RecordingChannel : public vekInbandComInterface {
-public:
-    void sendData(std::string command, std::string data) override
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        sent_.push_back(command + " " + data);
-        changed_.notify_all();
-    }
-    void sendData(std::string command, std::string data, std::function<void(int)> callback) override
-    {
-        sendData(std::move(command), std::move(data));
-        if (callback) {
-            callback(0);
-        }
-    }
-    int readDoorBell(int) override { return 0; }
-
-    bool waitForCount(size_t count, std::chrono::milliseconds limit = std::chrono::seconds(20))
-    {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, limit, [&] { return sent_.size() >= count; });
-    }
-    std::vector<std::string> sent()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return sent_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> sent_;
-};
-
-class TestComManager : public vekInBandComManager {
-public:
-    TestComManager(vekInbandComInterface* channel, vekSmbiosInterface& smbios) : vekInBandComManager(channel, smbios)
-    {
-    }
-};
-
-Json::Value parse(const std::string& text)
-{
-    Json::Value value;
-    std::istringstream in(text);
-    Json::CharReaderBuilder reader;
-    std::string errors;
-    Json::parseFromStream(reader, in, &value, &errors);
-    return value;
-}
-
 const std::string kHeader =
     "Name    PCI Device    Driver   Admin Status  Link Status  Speed   Duplex  MAC Address         MTU   Description\n"
     "------  ------------  -------  ------------  -----------  ------  ------  -----------------  ----  -----------\n";
+
+// The platform's table without one id, as a platform that lacks the event.
+class ResolverWithout : public IELEventResolver {
+public:
+    explicit ResolverWithout(IELEVENT::IELEventId missing) : missing_(missing) {}
+    int operator()(IELEVENT::IELEventId id) override
+    {
+        if (id == missing_) {
+            throw std::runtime_error("IEL Event Not Matching");
+        }
+        return table_(id);
+    }
+
+private:
+    IELEVENT::IELEventId missing_;
+    IELEventMap::IELEventTRB table_;
+};
 
 class NICEventsTest : public vekRootTest {
 protected:
@@ -91,23 +55,24 @@ protected:
                            "\"0000:16:00.0\"}]");
         services = &host.services();
         services->SetIELEventResolver(new IELEventMap::IELEventTRB());
-        com.reset(new TestComManager(&channel, *services->getvekSmbiosInterface()));
-        services->SetCommunicationService(*com);
+        services->SetCommunicationService(com);
         root.makeDirectory("/opt/zolvek/tmp");
         root.writeCliOutput("network nic get -n vmnic0", "   Driver Info:\n         Firmware Version: 4.20\n");
-        setPorts("Up", "Up");
+        setLink("Up");
         os = vekSystemInterfaceFactory::getSystemInterface();
     }
 
-    void setPorts(const std::string& admin, const std::string& link)
+    // The port's link, administratively up.
+    void setLink(const std::string& link)
     {
         root.writeCliOutput("network nic list",
-                            kHeader + "vmnic0  0000:16:00.0  icen  " + admin + "  " + link +
+                            kHeader + "vmnic0  0000:16:00.0  icen  Up  " + link +
                                 "  25000  Full  b4:96:91:a1:10:20  1500  Intel(R) Ethernet Controller E810-C\n");
     }
 
-    // The ports as a build found them, watched by the manager from now on.
-    vekNICVmwareEventNotifier* watch(vekNICEventManager& manager)
+    // The ports as a build found them, watched by the manager from now on;
+    // the poller runs only when asked.
+    vekNICVmwareEventNotifier* watch(vekNICEventManager& manager, bool poll = true)
     {
         std::vector<std::string> names;
         os->getNICInterface()->populateNICInstances(names);
@@ -117,66 +82,60 @@ protected:
         EXPECT_NE(notifier, nullptr);
         EXPECT_EQ(notifier->attach(&manager, VEK_OBSERVABLE_ASPECT_NIC), VEK_OBSERVABLE_STATUS_SUCCESS);
         manager.initNICDevicesPortContextMap(names);
-        EXPECT_EQ(notifier->startMonitoring(names), 0);
+        if (poll) {
+            EXPECT_EQ(notifier->startMonitoring(names), 0);
+        }
         return notifier;
+    }
+
+    // The events the RMC received, oldest first, and their ids.
+    Json::Value sent(size_t i) { return vekRecordingChannel::parse(channel.payloads("MPEventGen").at(i)); }
+    std::vector<int> sentIds()
+    {
+        std::vector<int> ids;
+        for (size_t i = 0; i < channel.count("MPEventGen"); ++i) {
+            ids.push_back(sent(i)["ID"].asInt());
+        }
+        return ids;
     }
 
     vekLocationTestHost host{root};
     vekPlatformServices* services = nullptr;
-    RecordingChannel channel;
-    std::unique_ptr<TestComManager> com;
+    vekRecordingChannel channel;
+    vekTestSmbios smbios;
+    vekTestComManager com{&channel, smbios};
     vekOSInterface* os = nullptr;
 };
 
-TEST_F(NICEventsTest, LinkLostAndBackGivesOneEventEach)
+TEST_F(NICEventsTest, EachChangeOfTheLinkGivesOneEventAndRecoveryComesFirst)
 {
     vekNICEventManager manager(services, os);
     vekNICVmwareEventNotifier* notifier = watch(manager);
 
     // Steady link: nothing.
-    EXPECT_FALSE(channel.waitForCount(1, std::chrono::milliseconds(300)));
-
-    setPorts("Up", "Down");
-    ASSERT_TRUE(channel.waitForCount(1));
-    setPorts("Up", "Up");
-    ASSERT_TRUE(channel.waitForCount(2));
+    EXPECT_FALSE(channel.waitFor("MPEventGen", 1, std::chrono::seconds(1)));
+    size_t count = 0;
+    for (const auto& change : {std::make_pair("Down", 1), {"Up", 1}, {"Unknown", 1}, {"Up", 2}}) {
+        setLink(change.first);
+        count += change.second;
+        ASSERT_TRUE(channel.waitFor("MPEventGen", count)) << change.first;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     notifier->stopMonitoring();
     notifier->detach(&manager);
+    // Down, Up; then error, recovery, Up.
+    EXPECT_EQ(sentIds(), (std::vector<int>{1384, 1390, 678, 680, 1390}));
 
-    const std::vector<std::string> sent = channel.sent();
-    ASSERT_EQ(sent.size(), 2u);
-    ASSERT_EQ(sent[0].rfind("MPEventGen ", 0), 0u);
-    const Json::Value down = parse(sent[0].substr(11));
-    const Json::Value up = parse(sent[1].substr(11));
-    EXPECT_EQ(down["ID"].asInt(), 1384);
+    const Json::Value down = sent(0);
     EXPECT_EQ(down["VariableData"]["Type"].asString(), "EthernetDevice");
     EXPECT_EQ(down["VariableData"]["EventInfo"].asString(),
               "The connectivity between the Ethernet port and the switch has been lost.");
     EXPECT_EQ(down["VariableData"]["Data"]["MACAddress"].asString(), "b4:96:91:a1:10:20");
     EXPECT_EQ(down["VariableData"]["Data"]["Oem"]["Description"].asString(), "PCI 0000:16:00.0 r001u03p1i01");
     EXPECT_FALSE(down["VariableData"]["Data"].isMember("Status"));
-    EXPECT_EQ(up["ID"].asInt(), 1390);
-    EXPECT_EQ(up["VariableData"]["EventInfo"].asString(), "");
-}
-
-TEST_F(NICEventsTest, UnknownLinkIsAnErrorAndItsRecoveryComesFirst)
-{
-    vekNICEventManager manager(services, os);
-    vekNICVmwareEventNotifier* notifier = watch(manager);
-
-    setPorts("Up", "Unknown");
-    ASSERT_TRUE(channel.waitForCount(1));
-    setPorts("Up", "Up");
-    ASSERT_TRUE(channel.waitForCount(3));
-    notifier->stopMonitoring();
-    notifier->detach(&manager);
-
-    const std::vector<std::string> sent = channel.sent();
-    ASSERT_EQ(sent.size(), 3u);
-    EXPECT_EQ(parse(sent[0].substr(11))["ID"].asInt(), 678);
-    EXPECT_EQ(parse(sent[1].substr(11))["ID"].asInt(), 680);
-    EXPECT_EQ(parse(sent[2].substr(11))["ID"].asInt(), 1390);
+    EXPECT_EQ(sent(1)["VariableData"]["EventInfo"].asString(), "");
+    EXPECT_EQ(sent(2)["VariableData"]["EventInfo"].asString(),
+              "Errors detected on NIC, use 'ip' command for status. Refer to syslog for further details.");
 }
 
 TEST_F(NICEventsTest, FlapWithinOnePeriodSaysNothing)
@@ -186,23 +145,106 @@ TEST_F(NICEventsTest, FlapWithinOnePeriodSaysNothing)
     vekNICEventManager manager(services, os);
     vekNICVmwareEventNotifier* notifier = watch(manager);
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    setPorts("Up", "Down");
-    setPorts("Up", "Up");
-    EXPECT_FALSE(channel.waitForCount(1, std::chrono::milliseconds(400)));
+    setLink("Down");
+    setLink("Up");
+    EXPECT_FALSE(channel.waitFor("MPEventGen", 1, std::chrono::seconds(1)));
     notifier->stopMonitoring();
     notifier->detach(&manager);
     EXPECT_EQ(manager.getPortStates().at("vmnic0"), Port_Link_Up);
 }
 
-TEST(NICEventRows, StatusToPortEventAndEventTexts)
+// What fails while an event is built ends the port's change; what fails on
+// the way to the RMC loses only that event. Either way the port takes its
+// new state and reports its next change.
+class NICEventLostTest : public NICEventsTest {
+protected:
+    void TearDown() override
+    {
+        if (manager) {
+            notifier->detach(manager.get());
+        }
+    }
+
+    // The port, Up, watched by a manager on these services; no poller.
+    void watchOn(vekPlatformServices* on)
+    {
+        NICDeviceInfo record;
+        record.InterfaceName = "vmnic0";
+        vekNICInventoryManager::getInstance().saveInventory({record});
+        manager.reset(new vekNICEventManager(on, os));
+        notifier = watch(*manager, false);
+    }
+
+    // What the poller's job does for the port: read its status and tell the
+    // manager. Gives the port's status in the inventory afterwards.
+    std::string poll(const std::string& link)
+    {
+        setLink(link);
+        os->getNICInterface()->refreshData();
+        NICDeviceInfo now;
+        os->getNICInterface()->discoverNICStatusInfo("vmnic0", now);
+        manager->notifyChange(notifier, VEK_OBSERVABLE_ASPECT_NIC, "", "vmnic0", &now.deviceStatus.state,
+                              &now.deviceStatus.health);
+        std::vector<NICDeviceInfo> inventory;
+        vekNICInventoryManager::getInstance().getInventory(inventory);
+        const Json::Value status = inventory.at(0).getStatusJson();
+        return status["State"].asString() + "/" + status["Health"].asString();
+    }
+
+    // Recovery from an error sends 27 then 30. Without one of them on the
+    // platform the recovery ends there: the RMC gets nothing more of it and
+    // the inventory keeps the error.
+    void expectRecoveryEndsWithout(IELEVENT::IELEventId missing, const std::vector<int>& sent)
+    {
+        services->SetIELEventResolver(new ResolverWithout(missing));
+        watchOn(services);
+        EXPECT_EQ(poll("Unknown"), "Offline/Critical");
+        EXPECT_EQ(poll("Up"), "Offline/Critical");
+        EXPECT_TRUE(log.contains("Issue occurred in transitioning from one state to another state: IEL Event Not "
+                                 "Matching"));
+        EXPECT_EQ(manager->getPortStates().at("vmnic0"), Port_Link_Up);
+        EXPECT_EQ(poll("Down"), "Linkdown/OK");
+        // The last event queues behind whatever the lost one would have sent.
+        ASSERT_TRUE(channel.waitFor("MPEventGen", sent.size()));
+        EXPECT_EQ(sentIds(), sent);
+    }
+
+    std::unique_ptr<vekNICEventManager> manager;
+    vekNICVmwareEventNotifier* notifier = nullptr;
+    vekLogTail log{vekTestMainLogPath()};
+};
+
+TEST_F(NICEventLostTest, WithoutTheRecoveryEventNeitherItNorTheLinkUpIsSent)
 {
-    EXPECT_EQ(vekNICEventManager::computeNICDevicePortState(VEK_STATE_ONLINE, VEK_HEALTH_OK), Port_Link_Up);
-    EXPECT_EQ(vekNICEventManager::computeNICDevicePortState(VEK_STATE_LINKDOWN, VEK_HEALTH_OK), Port_Link_Down);
-    EXPECT_EQ(vekNICEventManager::computeNICDevicePortState(VEK_STATE_OFFLINE, VEK_HEALTH_CRITICAL), Port_Error);
-    EXPECT_EQ(vekNICEventManager::computeNICDevicePortState(VEK_STATE_OFFLINE, VEK_HEALTH_OK), Port_Link_Disabled);
-    EXPECT_EQ(vekNICEventManager::computeNICDevicePortState(VEK_STATE_INITIALIZING, VEK_HEALTH_OK),
-              Port_Link_Initializing);
-    EXPECT_EQ(vekNICEventManager::computeNICDevicePortState(VEK_STATE_DOWN, VEK_HEALTH_OK), Not_Found);
+    expectRecoveryEndsWithout(IELEVENT::IEL_NIC_PORT_OK, {678, 1384});
+}
+
+TEST_F(NICEventLostTest, WithoutTheLinkUpEventTheRecoveryAloneIsSent)
+{
+    expectRecoveryEndsWithout(IELEVENT::IEL_NIC_PORT_LINK_UP, {678, 680, 1384});
+}
+
+TEST_F(NICEventLostTest, EventThatCannotBeHandedOverIsLostButTheChangeCompletes)
+{
+    vekPlatformServices noChannel;
+    noChannel.SetIELEventResolver(new IELEventMap::IELEventTRB());
+    watchOn(&noChannel);
+    EXPECT_EQ(poll("Down"), "Linkdown/OK");
+    EXPECT_TRUE(log.contains("Event [1384] Failed to send for the NIC device at PL[03010301FF01FFFF]"))
+        << log.newText();
+    EXPECT_FALSE(log.contains("Issue occurred in transitioning"));
+    EXPECT_EQ(poll("Up"), "Online/OK");
+}
+
+// The statuses the simulated host above does not produce.
+TEST(NICEventRows, StatusToPortEvent)
+{
+    using M = vekNICEventManager;
+    EXPECT_EQ(M::computeNICDevicePortState(VEK_STATE_INITIALIZING, VEK_HEALTH_OK), Port_Link_Initializing);
+    EXPECT_EQ(M::computeNICDevicePortState(VEK_STATE_OFFLINE, VEK_HEALTH_OK), Port_Link_Disabled);
+    // An administratively down port is not watched.
+    EXPECT_EQ(M::computeNICDevicePortState(VEK_STATE_DOWN, VEK_HEALTH_OK), Not_Found);
+    EXPECT_EQ(M::computeNICDevicePortState(VEK_STATE_ONLINE, VEK_HEALTH_WARNING), Not_Found);
 }
 
 } // namespace

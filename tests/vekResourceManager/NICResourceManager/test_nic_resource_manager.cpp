@@ -30,15 +30,6 @@ protected:
                              "CacheRefreshInSeconds": {"EthernetDevices": 3600}})");
     }
 
-    // Waits until the manager's first build is in.
-    bool waitForInventory(NICResourceManager& nic)
-    {
-        for (int i = 0; i < 2000 && !nic.isInventoryReady(0); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return nic.isInventoryReady(0);
-    }
-
     vekLocationTestHost host{root};
 };
 
@@ -57,7 +48,10 @@ TEST_F(NICResourceManagerTest, BundledRackServerPortsAreInTheInventory)
             job.join();
         }
     } stopOnExit{nic, job};
-    ASSERT_TRUE(waitForInventory(nic));
+    for (int i = 0; i < 2000 && !nic.isInventoryReady(0); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(nic.isInventoryReady(0));
 
     std::vector<Json::Value> inventory;
     EXPECT_FALSE(nic.getInventoryJsonObject(inventory));

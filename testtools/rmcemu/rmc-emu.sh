@@ -220,11 +220,20 @@ start() {
     die "ipmi_sim did not come up (ports $serial/$lan); its output: $(tail -5 "$dir/ipmi_sim.out" 2>/dev/null)"
 }
 
+# The note of the last start is only for a later stop without a folder:
+# once that emulator is stopped, it goes.
+forget_last() {
+    if [ -f "$LAST_STARTED" ] && [ "$(cat "$LAST_STARTED")" = "$1" ]; then
+        rm -f "$LAST_STARTED"
+    fi
+}
+
 stop() {
     local dir="$1" pid i
     [ -n "$dir" ] || die "no state folder: give one, set VEK_RMC_SPOOL, or start first"
     if ! pid="$(running_pid "$dir")"; then
         rm -f "$dir/rmc-emu.pid"
+        forget_last "$dir"
         echo "rmc-emu: not running in $dir"
         return 0
     fi
@@ -235,6 +244,7 @@ stop() {
     done
     kill -9 "$pid" 2>/dev/null || true
     rm -f "$dir/rmc-emu.pid"
+    forget_last "$dir"
     echo "rmc-emu: stopped (pid $pid) in $dir"
 }
 

@@ -1,4 +1,8 @@
+// The ESXi OS interface on a simulated host: PCI ids from the fake localcli's
+// hardware list, and the scratch files it leaves behind (none).
+
 #include "SMBIOSVMware.h"
+#include "vekLocationTestHost.h"
 #include "vekOSInterface.h"
 #include "vekVmwareOSInterface.h"
 #include "vekTestRoot.h"
@@ -7,10 +11,10 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
 namespace {
@@ -25,13 +29,7 @@ std::string bundledFile(const std::string& file)
     return text.str();
 }
 
-std::string bundledOutput(const std::string& file)
-{
-    return bundledFile("sim/cli/" + file);
-}
-
-// The host's SMBIOS: the bundled rack server's table, copied into the case's
-// root. The OS interface only keeps the reference.
+// The OS interface only keeps the reference.
 vekSmbiosInterface& hostSmbios(const vekTestRoot& root)
 {
     root.writeFile("/sys/firmware/dmi/tables/DMI", bundledFile("sys/firmware/dmi/tables/DMI"));
@@ -39,67 +37,57 @@ vekSmbiosInterface& hostSmbios(const vekTestRoot& root)
     return smbios;
 }
 
+std::map<std::string, std::string> ids(const char* vendor, const char* device, const char* subVendor,
+                                       const char* subDevice)
+{
+    return {{"Vendor", vendor}, {"Device", device}, {"SubVendor", subVendor}, {"SubDevice", subDevice}};
+}
+
 class OSInterfaceTest : public vekRootTest {
 protected:
+    void SetUp() override { root.writeCliOutput("hardware pci list", bundledFile("sim/cli/hardware_pci_list.txt")); }
+
     vekVmwareOSInterface& osi = vekVmwareOSInterface::getInstance(hostSmbios(root));
-
-    void useBundledPciList() const { root.writeCliOutput("hardware pci list", bundledOutput("hardware_pci_list.txt")); }
-
-    static std::map<std::string, std::string> ids(const char* vendor, const char* device, const char* subVendor,
-                                                  const char* subDevice)
-    {
-        return {{"Vendor", vendor}, {"Device", device}, {"SubVendor", subVendor}, {"SubDevice", subDevice}};
-    }
 };
 
 TEST_F(OSInterfaceTest, PciIdsOfTheRackServersDevices)
 {
-    useBundledPciList();
     ASSERT_EQ(osi.Initialize(), 0);
-    ASSERT_TRUE(root.exists(kHardwareList));
-
     const struct {
-        const char* device;
         const char* address;
         std::map<std::string, std::string> ids;
     } cases[] = {
-        {"Intel E810 port 0", "0000:16:00.0", ids("0x8086", "0x1593", "0x8086", "0x0002")},
-        {"Intel E810 port 1", "0000:16:00.1", ids("0x8086", "0x1593", "0x8086", "0x0002")},
-        {"Broadcom BCM57508", "0000:2a:00.1", ids("0x14e4", "0x1750", "0x14e4", "0xd124")},
-        {"MegaRAID", "0000:3b:00.0", ids("0x1000", "0x10e2", "0x1000", "0x4000")},
-        {"QLogic FC", "0000:5e:00.0", ids("0x1077", "0x2281", "0x1077", "0x02e7")},
-        {"Samsung NVMe", "0000:87:00.0", ids("0x144d", "0xa824", "0x144d", "0xa801")},
-        {"Intel NVMe", "0000:88:00.0", ids("0x8086", "0x0b60", "0x8086", "0x8008")},
-        {"NVIDIA A100", "0000:ca:00.0", ids("0x10de", "0x20b5", "0x10de", "0x1533")},
+        {"0000:16:00.1", ids("0x8086", "0x1593", "0x8086", "0x0002")},
+        {"0000:2a:00.1", ids("0x14e4", "0x1750", "0x14e4", "0xd124")},
+        {"0000:3b:00.0", ids("0x1000", "0x10e2", "0x1000", "0x4000")},
+        {"0000:87:00.0", ids("0x144d", "0xa824", "0x144d", "0xa801")},
+        {"0000:ca:00.0", ids("0x10de", "0x20b5", "0x10de", "0x1533")},
         // A bridge's address also stands in its children's "Parent Device" lines.
-        {"root port", "0000:15:01.0", ids("0x8086", "0x352a", "0x0000", "0x0000")},
+        {"0000:15:01.0", ids("0x8086", "0x352a", "0x0000", "0x0000")},
     };
     for (const auto& c : cases) {
         vekLogTail mainLog(vekTestMainLogPath());
         vekLogTail debug(vekTestDebugLogPath());
-        EXPECT_EQ(osi.getPciIdInfo(c.address), c.ids) << c.device;
-        EXPECT_FALSE(mainLog.contains("Cound not fetch")) << c.device << mainLog.newText();
-        EXPECT_TRUE(debug.contains("vendorId = " + c.ids.at("Vendor") + ", deviceId = " + c.ids.at("Device") + "\n"))
-            << c.device << debug.newText();
+        EXPECT_EQ(osi.getPciIdInfo(c.address), c.ids) << c.address;
+        EXPECT_FALSE(mainLog.contains("Cound not fetch")) << c.address << mainLog.newText();
+        EXPECT_TRUE(debug.contains("vendorId = " + c.ids.at("Vendor") + ", deviceId = " + c.ids.at("Device") + "\n"));
         EXPECT_TRUE(debug.contains("subVendorId = " + c.ids.at("SubVendor") + ", subDeviceId = " +
-                                   c.ids.at("SubDevice") + "\n"))
-            << c.device;
+                                   c.ids.at("SubDevice") + "\n"));
     }
 }
 
+// An address without a block, or one that is no address at all (it would
+// become an awk pattern), gives empty ids and four warnings.
 TEST_F(OSInterfaceTest, AddressWithoutABlockLeavesTheIdsEmpty)
 {
-    useBundledPciList();
     osi.Initialize();
-    for (const char* address : {"0000:ff:1f.7", "", "0000:16:00.0/' ; touch /tmp/vek-injected ; '"}) {
+    for (const char* address : {"0000:ff:1f.7", "", "0000:16:00.0/' ; touch /tmp/vek-injected ; '", "0000:16:00.0/"}) {
         vekLogTail mainLog(vekTestMainLogPath());
         EXPECT_EQ(osi.getPciIdInfo(address), ids("", "", "", "")) << address;
-        const std::string logged = mainLog.newText();
         for (const char* what : {"vendorId", "deviceId", "subVendorId", "subDeviceId"}) {
-            EXPECT_NE(logged.find(std::string("[WARNING] ")), std::string::npos);
-            EXPECT_NE(logged.find(std::string("VMWARE_OS_UTILS: Cound not fetch ") + what + " for " + address + "\n"),
-                      std::string::npos)
-                << what << logged;
+            EXPECT_TRUE(mainLog.contains(std::string("VMWARE_OS_UTILS: Cound not fetch ") + what + " for " + address +
+                                         "\n"))
+                << what << mainLog.newText();
         }
     }
     EXPECT_NE(access("/tmp/vek-injected", F_OK), 0);
@@ -107,49 +95,61 @@ TEST_F(OSInterfaceTest, AddressWithoutABlockLeavesTheIdsEmpty)
 
 TEST_F(OSInterfaceTest, WithoutAPciListTheIdsAreEmpty)
 {
-    // The host's command fails: the list is empty and so are the ids.
-    ASSERT_EQ(osi.Initialize(), 0);
+    unlink(root.hostPath("/sim/cli/hardware_pci_list.txt").c_str());
+    vekLogTail mainLog(vekTestMainLogPath());
+    ASSERT_EQ(osi.Initialize(), 0); // the command failed, but it ran
+    EXPECT_FALSE(mainLog.contains("Could not populate the Hardware PCI details"));
     EXPECT_EQ(root.readFile(kHardwareList), "");
     EXPECT_EQ(osi.getPciIdInfo("0000:16:00.0"), ids("", "", "", ""));
+}
 
-    // Never initialised at all.
-    osi.UnInitialize();
+// The start of the service once waited for ever on a hung PCI list.
+TEST_F(OSInterfaceTest, HungPciListIsKilledAndTheStartGoesOn)
+{
+    setenv("VEK_TIME_SCALE", "1000000", 1);
+    root.writeFile("/sim/cli/hardware_pci_list.sh", "echo 0000:16:00.0\nsleep 1000\n");
+    vekLogTail mainLog(vekTestMainLogPath());
+    EXPECT_EQ(osi.Initialize(), 0);
+    unsetenv("VEK_TIME_SCALE");
+    EXPECT_TRUE(mainLog.contains("killed with its process group: [localcli hardware pci list > '" + root.path() +
+                                 kHardwareList + "']\n"))
+        << mainLog.newText();
+    EXPECT_TRUE(mainLog.contains("VMWARE_OS_INTERFACE: Could not populate the Hardware PCI details\n"));
+    EXPECT_FALSE(root.exists(kHardwareList));
     EXPECT_EQ(osi.getPciIdInfo("0000:16:00.0"), ids("", "", "", ""));
 }
 
-TEST_F(OSInterfaceTest, UnInitializeRemovesTheList)
+TEST_F(OSInterfaceTest, UnInitializeRemovesTheScratchFiles)
 {
-    useBundledPciList();
-    ASSERT_EQ(osi.populateHardwarePCIDetails(), 0);
-    EXPECT_EQ(root.readFile(kHardwareList), bundledOutput("hardware_pci_list.txt"));
+    ASSERT_EQ(osi.Initialize(), 0);
+    EXPECT_EQ(root.readFile(kHardwareList), bundledFile("sim/cli/hardware_pci_list.txt"));
+    // Left by a run stopped in the middle of reading the NIC list.
+    root.writeFile("/opt/zolvek/tmp/vek_niclist.txt", "Name\n");
+    root.writeFile("/opt/zolvek/tmp/vek_nicAddDetails.txt", "Firmware Version: 1\n");
     EXPECT_EQ(osi.UnInitialize(), 0);
-    EXPECT_FALSE(root.exists(kHardwareList));
-    EXPECT_EQ(osi.UnInitialize(), 0);
-}
-
-TEST_F(OSInterfaceTest, OneInstance)
-{
-    EXPECT_EQ(&vekVmwareOSInterface::getInstance(hostSmbios(root)), &osi);
-    EXPECT_EQ(hostSmbios(root).platform(), 4);
-}
-
-TEST_F(OSInterfaceTest, ServicesTheHostDoesNotOffer)
-{
-    vekOSInterface& base = osi;
-    EXPECT_FALSE(base.isExecuteCommandSuccessful(0));
-    std::vector<std::string> output;
-    try {
-        base.executeCommandAndFetchOutput("localcli system version get", output);
-        FAIL() << "no command service on this host";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "Not Implemented!!");
+    for (const char* file : {kHardwareList, "/opt/zolvek/tmp/vek_niclist.txt", "/opt/zolvek/tmp/vek_nicAddDetails.txt"}) {
+        EXPECT_FALSE(root.exists(file)) << file;
     }
-    EXPECT_THROW(base.getNvdimmInterface(), osi_exceptions::osi_not_implemeted);
-    EXPECT_THROW(base.getSmbiosInterface(), osi_exceptions::osi_not_implemeted);
-    EXPECT_THROW(base.getIBInterface(), osi_exceptions::osi_not_implemeted);
-    EXPECT_THROW(base.getPerformanceTMInterface(), osi_exceptions::osi_not_implemeted);
-    EXPECT_THROW(base.getTPMInterface(), osi_exceptions::osi_not_implemeted);
-    EXPECT_THROW(base.getStorageInterface(), osi_exceptions::osi_not_implemeted);
+    EXPECT_EQ(osi.UnInitialize(), 0);
+}
+
+// The call of the service's stop: nothing is made for it, and what was handed
+// out is uninitialised.
+TEST(SystemInterfaceFactory, StopUninitialisesOnlyWhatWasHandedOut)
+{
+    vekTestRoot root;
+    vekLocationTestHost host(root);
+    host.writeTable(4, "[]");
+    host.services();
+    root.writeFile(kHardwareList, "left by the last run\n");
+    root.writeCliOutput("hardware pci list", bundledFile("sim/cli/hardware_pci_list.txt"));
+    vekSystemInterfaceFactory::unInitializeSystemInterface();
+    EXPECT_EQ(root.readFile(kHardwareList), "left by the last run\n");
+
+    ASSERT_NE(vekSystemInterfaceFactory::getSystemInterface(), nullptr);
+    EXPECT_EQ(root.readFile(kHardwareList), bundledFile("sim/cli/hardware_pci_list.txt"));
+    vekSystemInterfaceFactory::unInitializeSystemInterface();
+    EXPECT_FALSE(root.exists(kHardwareList));
 }
 
 } // namespace

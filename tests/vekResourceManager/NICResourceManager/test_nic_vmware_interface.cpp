@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -147,8 +150,34 @@ TEST_F(NICVmwareInterfaceTest, PropertiesOfAPortInASlot)
     EXPECT_EQ(info.description, "PCI 0000:16:00.0 r001u03p1i01");
     EXPECT_EQ(info.vendorId, "0x8086");
     EXPECT_EQ(info.subDeviceId, "0x0002");
-    EXPECT_EQ(info.physicalLocation.size(), 16u);
+    // The fake TRB encoder: I/O card type 3, rack 1, unit 3, partition 1, slot 1.
+    EXPECT_EQ(info.physicalLocation, "03010301FF01FFFF");
     EXPECT_FALSE(root.exists("/opt/zolvek/tmp/vek_niclist.txt"));
+    EXPECT_FALSE(root.exists("/opt/zolvek/tmp/vek_nicAddDetails.txt"));
+}
+
+// Names come from the host's list and go into the next command line: the
+// fake localcli gets them literally, and the shell runs nothing of them.
+TEST_F(NICVmwareInterfaceTest, NamesFromTheListAreNeverRun)
+{
+    char* previous = getcwd(nullptr, 0);
+    ASSERT_EQ(chdir(root.path().c_str()), 0);
+    const std::string names[] = {"vmnic$(touch${IFS}PWNED)", "vmnic'1", "vmnic`touch${IFS}PWNED`;"};
+    std::string rows;
+    for (const std::string& name : names) {
+        rows += row(name, "0000:16:00.0", "Up", "Up", "25000");
+        root.writeFile("/sim/cli/network_nic_get_-n_" + name + ".txt", "   Firmware Version: " + name + "\n");
+    }
+    writeList(rows);
+    ASSERT_EQ(this->names().size(), 3u);
+    for (const std::string& name : names) {
+        NICDeviceInfo info;
+        nic->discoverNICProperties(name, info);
+        EXPECT_EQ(info.firmwareVersion, name);
+    }
+    EXPECT_FALSE(root.exists("/PWNED"));
+    EXPECT_EQ(chdir(previous), 0);
+    free(previous);
 }
 
 TEST_F(NICVmwareInterfaceTest, FirmwareIsWhatFollowsTheColon)

@@ -41,13 +41,14 @@ TEST_F(StartStopFileTest, OneServiceLifeFromTheFirstStartEver)
     VMwareOSUtils::vekStartStopFileOperations(vekGlobalDef::VEK_OPERATION_INIT);
     EXPECT_EQ(root.readFile(kStartStopFile), line("current_start", start) + "last_start 0\nlast_stop 0\n");
     EXPECT_TRUE(mainLog.contains("VMWARE_OS_UTILS: Successful in creating the file\n")) << mainLog.newText();
-    EXPECT_TRUE(debug.contains("During VEK service init, last_start : 0, last_stop : 0, current_start : " +
-                               std::to_string(start) + "\n"));
+    EXPECT_TRUE(debug.contains(
+        "During VEK service init, last_start : 0, last_stop : 0, current_start : " + std::to_string(start) + "\n"));
 
     VMwareOSUtils::updateVEKLastStartValue();
     EXPECT_TRUE(debug.contains("After sending OS boots events, we can set current_start to last_start otherwise  it "
                                "will happen during VEK shutdown. And in case of crash it won't happen.\n"));
-    EXPECT_EQ(root.readFile(kStartStopFile), line("current_start", start) + line("last_start", start) + "last_stop 0\n");
+    EXPECT_EQ(root.readFile(kStartStopFile),
+              line("current_start", start) + line("last_start", start) + "last_stop 0\n");
 
     VMwareOSUtils::vekStartStopFileOperations(vekGlobalDef::VEK_OPERATION_SHUTDOWN);
     const long stop = VMwareOSUtils::readStartupValue("last_stop");
@@ -61,48 +62,39 @@ TEST_F(StartStopFileTest, OneServiceLifeFromTheFirstStartEver)
 
 TEST_F(StartStopFileTest, BootDecisions)
 {
+    const char* const notGraceful = "In gen OS boot logic.Last shutdown was not-graceful.";
+    const char* const graceful = "In gen OS boot logic.Last shutdown was graceful.";
+    const char* const crashedRunning = "VEK crashed in current boot so do nothing in point 3";
+    const char* const crashedStopped = "VEK crashed in current boot so do nothing in point 2";
     const struct {
-        const char* situation;
-        long lastStart;
-        long lastStop;
-        long bootTime;
-        bool ungraceful;
-        bool graceful;
-        const char* logged; // nullptr: no decision logged
-    } cases[] = {
-        {"never started before", 0, 0, 5000, false, false, nullptr},
-        {"power loss", 1000, 500, 2000, true, false, "In gen OS boot logic.Last shutdown was not-graceful."},
-        {"service crashed, same boot", 1000, 500, 900, false, false,
-         "VEK crashed in current boot so do nothing in point 3"},
-        {"service crashed, booted the same second", 1000, 500, 1000, false, false,
-         "VEK crashed in current boot so do nothing in point 3"},
-        {"graceful stop, then reboot", 500, 1000, 2000, false, true,
-         "In gen OS boot logic.Last shutdown was graceful."},
-        {"graceful stop, restart in the same boot", 500, 1000, 800, false, false,
-         "VEK crashed in current boot so do nothing in point 2"},
-        {"graceful stop, booted the same second", 500, 1000, 1000, false, false,
-         "VEK crashed in current boot so do nothing in point 2"},
-    };
+        long lastStart, lastStop, bootTime;
+        const char* logged; // nullptr: no decision, the first start ever
+    } cases[] = {{0, 0, 5000, nullptr},
+                 {1000, 500, 2000, notGraceful},
+                 {1000, 500, 900, crashedRunning},
+                 {1000, 500, 1000, crashedRunning},
+                 {500, 1000, 2000, graceful},
+                 {500, 1000, 800, crashedStopped},
+                 {500, 1000, 1000, crashedStopped}};
     for (const auto& c : cases) {
-        root.writeFile(kStartStopFile, line("current_start", 99999) + line("last_start", c.lastStart) +
-                                           line("last_stop", c.lastStop));
+        SCOPED_TRACE(std::to_string(c.lastStart) + " " + std::to_string(c.lastStop) + " " + std::to_string(c.bootTime));
+        root.writeFile(kStartStopFile,
+                       line("current_start", 99999) + line("last_start", c.lastStart) + line("last_stop", c.lastStop));
         bootedAt(c.bootTime);
         vekLogTail mainLog(vekTestMainLogPath());
-        bool ungraceful = false;
-        bool graceful = false;
-        VMwareOSUtils::getLastOSShutdownStatus(ungraceful, graceful);
-        EXPECT_EQ(ungraceful, c.ungraceful) << c.situation;
-        EXPECT_EQ(graceful, c.graceful) << c.situation;
+        bool ungracefulFlag = false;
+        bool gracefulFlag = false;
+        VMwareOSUtils::getLastOSShutdownStatus(ungracefulFlag, gracefulFlag);
+        EXPECT_EQ(ungracefulFlag, c.logged == notGraceful);
+        EXPECT_EQ(gracefulFlag, c.logged == graceful);
         const std::string logged = mainLog.newText();
         EXPECT_NE(logged.find("VMWARE_OS_UTILS: The current system boot time is " + std::to_string(c.bootTime) + "\n"),
                   std::string::npos)
-            << c.situation << logged;
-        if (c.logged != nullptr) {
-            EXPECT_NE(logged.find(std::string("VMWARE_OS_UTILS: ") + c.logged + "\n"), std::string::npos)
-                << c.situation << logged;
-        } else {
-            EXPECT_EQ(logged.find("In gen OS boot logic"), std::string::npos) << c.situation;
-            EXPECT_EQ(logged.find("VEK crashed"), std::string::npos) << c.situation;
+            << logged;
+        for (const char* decision : {notGraceful, graceful, crashedRunning, crashedStopped}) {
+            EXPECT_EQ(logged.find(std::string("VMWARE_OS_UTILS: ") + decision + "\n") != std::string::npos,
+                      decision == c.logged)
+                << decision;
         }
     }
 }

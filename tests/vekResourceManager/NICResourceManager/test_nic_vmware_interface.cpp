@@ -73,26 +73,32 @@ TEST_F(NICVmwareInterfaceTest, ListKeepsPhysicalPortsAndTheirRows)
     EXPECT_EQ(status("vmnic0").state, VEK_STATE_LINKDOWN);
 }
 
-TEST_F(NICVmwareInterfaceTest, ShortRowEndsTheParseButKeepsEarlierRows)
+// A short row ends the parse but keeps the rows before it; a list without
+// its header, or a failing command, adds none (rows once read stay).
+TEST_F(NICVmwareInterfaceTest, ListsThatCannotBeReadWhole)
 {
-    vekLogTail log(vekTestMainLogPath());
-    writeList(row("vmnic0", "0000:16:00.0", "Up", "Up", "25000") +
-              "vmnic1  0000:16:00.1  icen  Up  Up  25000  Full  b4:96:91:a1:10:21\n" +
-              row("vmnic2", "0000:2a:00.0", "Up", "Up", "100000"));
-    EXPECT_EQ(names(), (std::vector<std::string>{"vmnic0"}));
-    EXPECT_TRUE(log.contains("An error occurred while trying to fetch NIC information"));
-}
-
-TEST_F(NICVmwareInterfaceTest, ListWithoutItsHeaderOrCommandGivesNoAdapters)
-{
-    vekLogTail log(vekTestMainLogPath());
-    root.writeCliOutput("network nic list", row("vmnic0", "0000:16:00.0", "Up", "Up", "25000"));
-    EXPECT_TRUE(names().empty());
-    EXPECT_TRUE(log.contains("Unable to find NIC information."));
-
-    root.writeCliOutput("network nic list", "", 1);
-    EXPECT_TRUE(names().empty());
-    EXPECT_TRUE(log.contains("Error occurred in gathering network interface information"));
+    const struct {
+        std::string list;
+        int status;
+        std::vector<std::string> names;
+        const char* logged;
+    } cases[] = {
+        {kHeader + row("vmnic0", "0000:16:00.0", "Up", "Up", "25000") +
+             "vmnic1  0000:16:00.1  icen  Up  Up  25000  Full  b4:96:91:a1:10:21\n" +
+             row("vmnic2", "0000:2a:00.0", "Up", "Up", "1"),
+         0,
+         {"vmnic0"},
+         "An error occurred while trying to fetch NIC information"},
+        {row("vmnic3", "0000:16:00.0", "Up", "Up", "25000"), 0, {"vmnic0"}, "Unable to find NIC information."},
+        {"", 1, {"vmnic0"}, "Error occurred in gathering network interface information"},
+    };
+    for (const auto& c : cases) {
+        vekLogTail log(vekTestMainLogPath());
+        root.writeCliOutput("network nic list", c.list, c.status);
+        EXPECT_EQ(names(), c.names) << c.logged;
+        EXPECT_TRUE(log.contains(c.logged)) << log.newText();
+        EXPECT_FALSE(root.exists("/opt/zolvek/tmp/vek_niclist.txt"));
+    }
 }
 
 TEST_F(NICVmwareInterfaceTest, AdapterConditionGivesStateAndHealth)

@@ -167,7 +167,8 @@ public:
         }
         // A process stuck in the kernel ends when the kernel lets it; the
         // caller does not wait for that.
-        VEK_LOG_ERROR(TAG, "Process %d does not end on SIGKILL; it is reaped in the background", static_cast<int>(pid_));
+        VEK_LOG_ERROR(TAG, "Process %d does not end on SIGKILL; it is reaped in the background",
+                      static_cast<int>(pid_));
         reaped_ = true;
         const pid_t pid = pid_;
         std::thread([pid] {

@@ -204,9 +204,10 @@ void vekNICVmwareInterface::getNICFirmwareVersion(const NICInterfacesDetailsStru
     const std::string file = VMwareOSUtils::NICInstanceDetailsFilePath();
     RemoveOnExit cleanup{file};
     // The name comes from the host's list: it goes in as one quoted word.
-    VMwareOSUtils::runHostCommand(VMwareOSUtils::composeCommand("localcli network nic get -n {} > {}", {row.name, file}));
-    const std::vector<std::string> found =
-        VMwareOSUtils::executeCliCommandAndFetchOutput(VMwareOSUtils::composeCommand("grep \"Firmware Version\" {}", {file}));
+    VMwareOSUtils::runHostCommand(
+        VMwareOSUtils::composeCommand("localcli network nic get -n {} > {}", {row.name, file}));
+    const std::vector<std::string> found = VMwareOSUtils::executeCliCommandAndFetchOutput(
+        VMwareOSUtils::composeCommand("grep \"Firmware Version\" {}", {file}));
     const std::string line = found.empty() ? "" : found.back();
     const size_t colon = line.find(':');
     if (colon == std::string::npos) {

@@ -17,7 +17,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <regex>
+#include <cctype>
 #include <stdexcept>
 #include <thread>
 
@@ -324,8 +324,23 @@ std::string VMwareOSUtils::composeCommand(const std::string& pattern, const std:
 
 bool VMwareOSUtils::isPciAddress(const std::string& text)
 {
-    static const std::regex form("[0-9a-fA-F]{4,5}:[0-9a-fA-F]{2}:[0-9a-fA-F]{2}\\.[0-9a-fA-F]");
-    return std::regex_match(text, form);
+    // Domain, bus, device and function: "x" stands for a hexadecimal digit.
+    const size_t domain = text.find(':');
+    if (domain != 4 && domain != 5) {
+        return false;
+    }
+    const std::string shape = std::string(domain, 'x') + ":xx:xx.x";
+    if (text.size() != shape.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < text.size(); ++i) {
+        const bool matches =
+            shape[i] == 'x' ? std::isxdigit(static_cast<unsigned char>(text[i])) != 0 : text[i] == shape[i];
+        if (!matches) {
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace vekGlobalDef

@@ -46,19 +46,20 @@ TEST_F(VMwareOSUtilsTest, CommandOutputComesBackOneElementPerLineWithItsNewline)
     root.writeCliOutput("system version get", "   Product: VMware ESXi\n\n" + longLine + "\nlast line");
     EXPECT_EQ(VMwareOSUtils::executeCliCommandAndFetchOutput("localcli system version get"),
               (Lines{"   Product: VMware ESXi\n", "\n", longLine + "\n", "last line"}));
-    const vekGlobalDef::HostCommandResult failed = VMwareOSUtils::runHostCommand("localcli network nic list 2>/dev/null");
+    const vekGlobalDef::HostCommandResult failed =
+        VMwareOSUtils::runHostCommand("localcli network nic list 2>/dev/null");
     EXPECT_EQ(failed.lines, Lines{});
     EXPECT_EQ(failed.status, 1 << 8);
 }
 
 // A command that hangs is killed at the bound with all it started (here a
 // hook and its sleep, both deaf to SIGTERM), named in the log, and its
-// caller sees a failed command.
+// caller sees a failed command. The shell that ran it is reaped, no zombie.
 TEST_F(VMwareOSUtilsTest, HungCommandIsKilledWithItsProcessGroupAtTheBound)
 {
     setenv("VEK_TIME_SCALE", "1000000", 1); // the bound falls to its floor
     root.writeFile("/sim/cli/system_version_get.sh", "trap '' TERM\necho '   Product: VMware ESXi'\n"
-                                                     "sleep 1000 &\necho $$ $! > \"$VEK_ROOT/pids\"\nwait\n");
+                                                     "sleep 1000 &\necho $PPID $$ $! > \"$VEK_ROOT/pids\"\nwait\n");
     vekLogTail mainLog(vekTestMainLogPath());
     EXPECT_EQ(VMwareOSUtils::fetchHostOSName(), "");
     EXPECT_TRUE(mainLog.contains("[ERROR] ")) << mainLog.newText();
@@ -70,8 +71,9 @@ TEST_F(VMwareOSUtilsTest, HungCommandIsKilledWithItsProcessGroupAtTheBound)
     for (std::string pid; pidFile >> pid;) {
         pids.push_back(pid);
     }
-    ASSERT_EQ(pids.size(), 2u);
-    for (const std::string& pid : pids) {
+    ASSERT_EQ(pids.size(), 3u);
+    EXPECT_FALSE(std::ifstream("/proc/" + pids[0] + "/stat")) << "the shell " << pids[0] << " is not reaped";
+    for (const std::string& pid : {pids[1], pids[2]}) {
         for (int i = 0; i < 100 && alive(pid); ++i) { // whoever adopted the orphans reaps them
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
@@ -136,7 +138,8 @@ TEST_F(VMwareOSUtilsTest, ComposedCommandsPassWordsLiterally)
     for (const char* address : {"0000:16:00.0", "10000:e1:00.7", "0000:3B:1f.f"}) {
         EXPECT_TRUE(VMwareOSUtils::isPciAddress(address)) << address;
     }
-    for (const char* address : {"", "0000:16:00", "0000:16:00:0", "000:16:00.0", "0000:16:00.0/", "0000:16:00.01"}) {
+    for (const char* address :
+         {"", ":16:00.0", "0000:16:00", "0000:16:00:0", "000:16:00.0", "0000:16:00.0/", "0000:g6:00.0"}) {
         EXPECT_FALSE(VMwareOSUtils::isPciAddress(address)) << address;
     }
 }

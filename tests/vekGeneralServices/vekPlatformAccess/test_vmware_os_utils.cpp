@@ -93,6 +93,8 @@ TEST_F(VMwareOSUtilsTest, CommandsStartWithNoSignalBlockedOrIgnoredInTheirOwnGro
     signal(SIGINT, SIG_IGN);
     const Lines signals = VMwareOSUtils::executeCliCommandAndFetchOutput("grep -E '^Sig(Blk|Ign):' /proc/self/status");
     const Lines group = VMwareOSUtils::executeCliCommandAndFetchOutput("echo $$ $(cut -d' ' -f5 /proc/$$/stat)");
+    signal(SIGINT, SIG_DFL);
+    pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
     ASSERT_EQ(signals.size(), 2u);
     EXPECT_EQ(signals[0], "SigBlk:\t0000000000000000\n");
     // The C library keeps two real-time signals of its own; the standard ones are at their defaults.

@@ -120,3 +120,11 @@ std::string vekLogTail::newText() const
     buffer << in.rdbuf();
     return buffer.str();
 }
+
+std::string vekBundledProfileFile(const std::string& relative)
+{
+    std::ifstream in(std::string(VEK_SIMHOST_DIR) + "/profiles/rack-type4/" + relative, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}

@@ -56,6 +56,9 @@ private:
     long offset_;
 };
 
+// A file of the bundled rack server profile (testtools/simhost/profiles/rack-type4).
+std::string vekBundledProfileFile(const std::string& relative);
+
 // The process-wide log files of the test binary (see test main).
 std::string vekTestMainLogPath();
 std::string vekTestDebugLogPath();

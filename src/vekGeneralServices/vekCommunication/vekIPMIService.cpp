@@ -124,10 +124,11 @@ void vekIPMIService::reinitIPMIDevice()
         "modprobe ipmi_devintf > /dev/null 2>&1",
         "modprobe ipmi_watchdog > /dev/null 2>&1",
         "modprobe ipmi_ssif > /dev/null 2>&1",
-        "mknod -m 0600 " + device + " c `cat /proc/devices | grep ipmidev |cut -d \" \" -f 1` 0 > /dev/null 2>&1",
+        vekGlobalDef::VMwareOSUtils::composeCommand(
+            "mknod -m 0600 {} c `cat /proc/devices | grep ipmidev |cut -d \" \" -f 1` 0 > /dev/null 2>&1", {device}),
     };
     for (const std::string& command : commands) {
-        const int status = system(command.c_str());
+        const int status = vekGlobalDef::VMwareOSUtils::runHostCommand(command).status;
         VEK_LOG_DEBUG(TAG, "Reinitialising IPMI: [%s] returned %d", command.c_str(), status);
     }
     std::this_thread::sleep_for(vekGlobalDef::timeUtils::scaledSeconds(kDriverSettleSeconds));

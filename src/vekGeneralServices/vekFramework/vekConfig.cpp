@@ -333,6 +333,13 @@ int vekConfig::getInventoryQueryInterval() const
     return intMember(root_, "InventoryQueryIntervalInSeconds", 10);
 }
 
+int vekConfig::getHostCommandTimeout() const
+{
+    const int kDefault = 300;
+    const int seconds = intMember(root_, "HostCommandTimeoutInSeconds", kDefault);
+    return seconds > 0 ? seconds : kDefault;
+}
+
 bool vekConfig::isRMStatisticsLoggingEnabled() const
 {
     return boolMember(root_, "LogResourceManagerStatistics", false);

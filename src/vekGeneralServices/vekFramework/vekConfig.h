@@ -37,6 +37,9 @@ public:
     bool isForwardAllMegaRAIDCriticalOrHigherEventsEnabled() const;
     bool isForwardAllSmartRAIDDegradedOrHigherEventsEnabled() const;
     int getInventoryQueryInterval() const;
+    // "HostCommandTimeoutInSeconds": how long a host command may run before
+    // it is killed; 300 when absent or not a positive whole number.
+    int getHostCommandTimeout() const;
     bool isRMStatisticsLoggingEnabled() const;
     int getMicrochipEventQueueIndex() const;
     int getHealthMonitorFlags() const;

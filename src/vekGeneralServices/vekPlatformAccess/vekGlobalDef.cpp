@@ -84,18 +84,6 @@ bool hostUname(struct utsname& info)
     throw std::runtime_error("Error opening the vek startup file");
 }
 
-// A PCI address goes into a shell pipeline; anything else than its own
-// characters is not an address and is not run.
-bool isPlainPciAddress(const std::string& address)
-{
-    if (address.empty()) {
-        return false;
-    }
-    return std::all_of(address.begin(), address.end(), [](unsigned char c) {
-        return std::isxdigit(c) != 0 || c == ':' || c == '.';
-    });
-}
-
 std::string keyValueBlock(const std::vector<std::pair<std::string, long>>& entries)
 {
     std::string text;
@@ -274,13 +262,14 @@ std::vector<std::string> VMwareOSUtils::getIPAddress()
 std::pair<double, double> VMwareOSUtils::getTotalPhysicalMemory()
 {
     const std::string memoryFile = DirectoryPath() + "/tmp/vek-mem.txt";
-    const std::string command = "esxtop -c " + DirectoryPath() + "/data/esxtopconf -b -n 1 >> " + memoryFile;
+    const std::string command =
+        composeCommand("esxtop -c {} -b -n 1 >> {}", {DirectoryPath() + "/data/esxtopconf", memoryFile});
     // The command appends; what a stopped run left behind must not be read.
     std::remove(memoryFile.c_str());
-    const int status = system(command.c_str());
-    if (status != 0) {
-        const std::string reason =
-            status == -1 ? execErrnoToDescription(errno) : "exit status " + std::to_string(WEXITSTATUS(status));
+    const HostCommandResult run = runHostCommand(command);
+    if (run.status != 0) {
+        const std::string reason = run.status == -1 ? execErrnoToDescription(run.error)
+                                                    : "exit status " + std::to_string(WEXITSTATUS(run.status));
         VEK_LOG_ERROR(TAG, "Error occurred in fetching physical memory information : %s", reason.c_str());
         std::remove(memoryFile.c_str());
     }
@@ -331,29 +320,6 @@ std::pair<double, double> VMwareOSUtils::getTotalPhysicalMemory()
 }
 
 // ---------------------------------------------------------------- commands and their output
-
-std::vector<std::string> VMwareOSUtils::executeCliCommandAndFetchOutput(const std::string& command)
-{
-    std::vector<std::string> lines;
-    PipeHandle pipe(popen(command.c_str(), "r"));
-    if (!pipe) {
-        VEK_LOG_ERROR(TAG, "popen() failed! : %s", command.c_str());
-        return lines;
-    }
-    char buffer[4096];
-    std::string current;
-    while (std::fgets(buffer, sizeof(buffer), pipe.get()) != nullptr) {
-        current += buffer;
-        if (!current.empty() && current.back() == '\n') {
-            lines.push_back(current);
-            current.clear();
-        }
-    }
-    if (!current.empty()) {
-        lines.push_back(current);
-    }
-    return lines;
-}
 
 std::string VMwareOSUtils::getValueByRegexFromLocalcli(const std::string& text, const std::string& regex)
 {
@@ -410,11 +376,12 @@ namespace {
 std::pair<std::string, std::string> pciIdPair(const std::string& pciAddress, const std::string& grepKeys,
                                               const std::string& firstRegex, const std::string& secondRegex)
 {
-    if (!isPlainPciAddress(pciAddress)) {
+    // The address becomes an awk pattern: only the address form may go there.
+    if (!VMwareOSUtils::isPciAddress(pciAddress)) {
         return {"", ""};
     }
-    const std::string command = "cat " + VMwareOSUtils::HardwareListFilePath() + " | awk '/" + pciAddress +
-                                "/,/^$/' | grep -w '" + grepKeys + "'";
+    const std::string command = VMwareOSUtils::composeCommand(
+        "cat {} | awk {} | grep -w {}", {VMwareOSUtils::HardwareListFilePath(), "/" + pciAddress + "/,/^$/", grepKeys});
     const std::string csv =
         VMwareOSUtils::parseEsxiCommandOutputAsCsv(VMwareOSUtils::executeCliCommandAndFetchOutput(command));
     return {VMwareOSUtils::getValueByRegexFromLocalcli(csv, firstRegex),
@@ -489,12 +456,12 @@ time_t VMwareOSUtils::getVEKStartTime()
 
 int VMwareOSUtils::synchronizePersistentStorage()
 {
-    const std::string command = vekConfig::getEnv() + "/bin/vim-cmd hostsvc/firmware/sync_config";
-    const int status = system(command.c_str());
+    const HostCommandResult run =
+        runHostCommand(composeCommand("{} hostsvc/firmware/sync_config", {vekConfig::getEnv() + "/bin/vim-cmd"}));
+    const int status = run.status;
     if (status < 0) {
-        const int error = errno;
-        VEK_LOG_WARNING(TAG, "Failed to synchronize persistent storage: [%d] - [%s]", error,
-                        execErrnoToDescription(error).c_str());
+        VEK_LOG_WARNING(TAG, "Failed to synchronize persistent storage: [%d] - [%s]", run.error,
+                        execErrnoToDescription(run.error).c_str());
     } else if (status != 0) {
         VEK_LOG_WARNING(TAG, "Failed to synchronize persistent storage. (0x%X)", static_cast<unsigned>(status));
     }

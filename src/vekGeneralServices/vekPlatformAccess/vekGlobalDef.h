@@ -1,11 +1,9 @@
 #pragma once
 
-#include <cstdio>
 #include <ctime>
 
 #include <chrono>
 #include <map>
-#include <memory>
 #include <regex>
 #include <string>
 #include <utility>
@@ -13,16 +11,17 @@
 
 namespace vekGlobalDef {
 
-// A stream of popen(), closed with pclose() however the caller leaves.
-struct PipeCloser {
-    void operator()(FILE* stream) const
-    {
-        if (stream != nullptr) {
-            pclose(stream);
-        }
-    }
+// What became of one host command (VMwareOSUtils::runHostCommand).
+struct HostCommandResult {
+    // Standard output, one element per line, each with its newline.
+    std::vector<std::string> lines;
+    // The wait status as system() gives it; -1 when the command did not run
+    // to its end (it could not start, or was killed at the bound).
+    int status = -1;
+    // With status -1: the errno of the failed start, or ETIMEDOUT.
+    int error = 0;
+    bool timedOut = false;
 };
-using PipeHandle = std::unique_ptr<FILE, PipeCloser>;
 
 // What the start-stop file is asked to record.
 enum VEKOperation {
@@ -58,7 +57,25 @@ public:
     // Total and free machine memory in whole GiB (the fraction is dropped).
     static std::pair<double, double> getTotalPhysicalMemory();
 
-    // One element per line of the command's output, each with its newline.
+    // Runs a command line with /bin/sh in a process group of its own, with
+    // no signal blocked or ignored, and reads its standard output. A command
+    // still running after hostCommandTimeout() is killed with its whole group
+    // and logged; it counts as failed, with no output.
+    static HostCommandResult runHostCommand(const std::string& command);
+    // "HostCommandTimeoutInSeconds" divided by the time scale, never below a
+    // floor that a loaded machine needs to start a command at all.
+    static std::chrono::milliseconds hostCommandTimeout();
+    // One shell word that stands for the text literally, whatever it holds.
+    static std::string shellQuote(const std::string& word);
+    // The command line of a pattern whose every "{}" is replaced by the next
+    // word, quoted: every text from outside (names, addresses, paths) goes
+    // into a command line through here. Throws std::invalid_argument when the
+    // number of "{}" is not the number of words.
+    static std::string composeCommand(const std::string& pattern, const std::vector<std::string>& words);
+    // "%04x:%02x:%02x.%x", or five digits of domain behind VMD.
+    static bool isPciAddress(const std::string& text);
+    // One element per line of the command's output, each with its newline;
+    // nothing when the command could not run or was killed.
     static std::vector<std::string> executeCliCommandAndFetchOutput(const std::string& command);
     // The value behind the key that the extended regular expression matches:
     // what stands two characters behind the first ':' of the first match.

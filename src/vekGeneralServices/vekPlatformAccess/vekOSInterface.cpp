@@ -4,7 +4,13 @@
 #include "vekSmbiosInterface.h"
 #include "vekVmwareOSInterface.h"
 
+#include <atomic>
 #include <mutex>
+
+namespace {
+// The interface whose Initialize() ran, so that stopping never makes one.
+std::atomic<vekOSInterface*> gInitialized{nullptr};
+} // namespace
 
 // What an OS does not offer: a host OS overrides the operations it has.
 
@@ -72,6 +78,16 @@ vekOSInterface* vekSystemInterfaceFactory::getSystemInterface()
     static std::once_flag initialized;
     vekOSInterface& os = vekVmwareOSInterface::getInstance(*services->getvekSmbiosInterface());
     // The PCI list the per-resource interfaces read, written once for all.
-    std::call_once(initialized, [&os] { os.Initialize(); });
+    std::call_once(initialized, [&os] {
+        os.Initialize();
+        gInitialized = &os;
+    });
     return &os;
+}
+
+void vekSystemInterfaceFactory::unInitializeSystemInterface()
+{
+    if (vekOSInterface* os = gInitialized.load()) {
+        os->UnInitialize();
+    }
 }

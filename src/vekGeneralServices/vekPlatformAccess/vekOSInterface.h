@@ -54,4 +54,8 @@ class vekSystemInterfaceFactory {
 public:
     // Null while the process has no platform services.
     static vekOSInterface* getSystemInterface();
+    // At service stop, once the Resource Managers have stopped: UnInitialize()
+    // of the interface handed out, which removes its scratch files. Nothing
+    // when none was handed out.
+    static void unInitializeSystemInterface();
 };

@@ -64,9 +64,10 @@ bool vmksummaryTimes(const std::string& phrase, int count, std::vector<long>& ti
     const std::string root = vekConfig::getEnv();
     const std::string scratch = root + "/tmp/vekboot.log";
     std::remove(scratch.c_str());
-    const std::string command = "grep \"" + phrase + "\" " + root + "/var/log/vmksummary.log | tail -" +
-                                std::to_string(count) + " | awk '{print $1}' >> " + scratch;
-    const int status = system(command.c_str());
+    const std::string command = VMwareOSUtils::composeCommand(
+        "grep {} {} | tail -n {} | awk '{print $1}' >> {}",
+        {phrase, root + "/var/log/vmksummary.log", std::to_string(count), scratch});
+    const int status = VMwareOSUtils::runHostCommand(command).status;
     {
         std::ifstream in(scratch);
         std::string line;
@@ -158,8 +159,8 @@ long vekUtils::toEpoc(const std::string& timeStamp)
 
 std::string vekUtils::getPCIString(const std::string& adapterName)
 {
-    const std::vector<std::string> lines =
-        executeCliCommandAndFetchOutput("localcli storage core adapter list | grep -i '" + adapterName + "'");
+    const std::vector<std::string> lines = executeCliCommandAndFetchOutput(
+        VMwareOSUtils::composeCommand("localcli storage core adapter list | grep -i -e {}", {adapterName}));
     for (const std::string& line : lines) {
         const std::string address = getSubStr(line, "(", ")");
         if (!address.empty()) {

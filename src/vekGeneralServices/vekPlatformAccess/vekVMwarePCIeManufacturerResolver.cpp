@@ -38,9 +38,16 @@ std::string vekVMwarePCIeManufacturerResolver::fetchManufacturerFromSmbios()
 
 void vekVMwarePCIeManufacturerResolver::getSubvendorID(std::string pci, std::string& subVendor)
 {
-    const std::string command = "cat " + vekGlobalDef::VMwareOSUtils::HardwareListFilePath() + " | awk '/" + pci +
-                                "/,/^$/' | grep -w 'SubVendor ID' | awk '{print $3}'";
+    using vekGlobalDef::VMwareOSUtils;
+    // The address becomes an awk pattern: only the address form may go there.
+    if (!VMwareOSUtils::isPciAddress(pci)) {
+        subVendor.clear();
+        return;
+    }
+    const std::string command =
+        VMwareOSUtils::composeCommand("cat {} | awk {} | grep -w 'SubVendor ID' | awk '{print $3}'",
+                                      {VMwareOSUtils::HardwareListFilePath(), "/" + pci + "/,/^$/"});
     VEK_LOG_DEBUG(TAG, "Command to be executed : %s", command.c_str());
-    const std::vector<std::string> output = vekGlobalDef::VMwareOSUtils::executeCliCommandAndFetchOutput(command);
+    const std::vector<std::string> output = VMwareOSUtils::executeCliCommandAndFetchOutput(command);
     subVendor = output.empty() ? "" : vekGlobalDef::stringUtils::trim(output.front());
 }

@@ -44,9 +44,15 @@ vekVmwareOSInterface::~vekVmwareOSInterface() = default;
 int vekVmwareOSInterface::populateHardwarePCIDetails()
 {
     using vekGlobalDef::VMwareOSUtils;
-    const std::string command = "localcli hardware pci list > " + VMwareOSUtils::HardwareListFilePath();
-    vekGlobalDef::PipeHandle pipe(popen(command.c_str(), "r"));
-    return pipe ? 0 : -1;
+    const std::string file = VMwareOSUtils::HardwareListFilePath();
+    const vekGlobalDef::HostCommandResult run =
+        VMwareOSUtils::runHostCommand(VMwareOSUtils::composeCommand("localcli hardware pci list > {}", {file}));
+    if (run.status == -1) {
+        // What a killed run wrote is not the host's list.
+        std::remove(file.c_str());
+        return -1;
+    }
+    return 0;
 }
 
 int vekVmwareOSInterface::Initialize()
@@ -59,11 +65,16 @@ int vekVmwareOSInterface::Initialize()
 
 int vekVmwareOSInterface::UnInitialize()
 {
-    const std::string file = vekGlobalDef::VMwareOSUtils::HardwareListFilePath();
+    using vekGlobalDef::VMwareOSUtils;
+    const std::string file = VMwareOSUtils::HardwareListFilePath();
     if (FILE* list = std::fopen(file.c_str(), "r")) {
         std::fclose(list);
         std::remove(file.c_str());
     }
+    // The NIC scratch files live only during their reads; a run stopped in
+    // the middle of one may have left them.
+    std::remove(VMwareOSUtils::NICInstanceDetailsFilePath().c_str());
+    std::remove(VMwareOSUtils::NICListsFilePath().c_str());
     return 0;
 }
 

@@ -8,10 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <strings.h>
@@ -23,9 +20,7 @@ const char TAG[] = "NIC_VMWARE_OS_INTF";
 using vekGlobalDef::VMwareOSUtils;
 using vekGlobalDef::stringUtils;
 
-using Pipe = vekGlobalDef::PipeHandle;
-
-// Removes the scratch list however the parse ends.
+// Removes a scratch file however its reading ends.
 struct RemoveOnExit {
     std::string path;
     ~RemoveOnExit() { std::remove(path.c_str()); }
@@ -75,14 +70,14 @@ int vekNICVmwareInterface::fetchNICDevicesInterfaceDetails()
 {
     const std::string file = VMwareOSUtils::NICListsFilePath();
     RemoveOnExit cleanup{file};
-    const std::string command = "localcli network nic list >> " + file;
-    const int status = system(command.c_str());
+    const vekGlobalDef::HostCommandResult run =
+        VMwareOSUtils::runHostCommand(VMwareOSUtils::composeCommand("localcli network nic list >> {}", {file}));
     std::ifstream list;
-    if (status == 0) {
+    if (run.status == 0) {
         list.open(file);
     }
-    if (status != 0 || !list) {
-        const int error = errno;
+    if (run.status != 0 || !list) {
+        const int error = run.status == 0 ? errno : run.error;
         VEK_LOG_ERROR(TAG, "Error occurred in gathering network interface information, Errno : %d, Reason : %s",
                       error, VMwareOSUtils::getErrorDescription(error).c_str());
         return -1;
@@ -207,19 +202,13 @@ std::string vekNICVmwareInterface::getNICPCIAddress(const NICInterfacesDetailsSt
 void vekNICVmwareInterface::getNICFirmwareVersion(const NICInterfacesDetailsStruct& row, std::string& firmware)
 {
     const std::string file = VMwareOSUtils::NICInstanceDetailsFilePath();
-    {
-        const std::string command = "localcli network nic get -n " + row.name + " > " + file;
-        Pipe get(popen(command.c_str(), "r"));
-    }
-    const std::string command = "grep \"Firmware Version\" " + file;
-    Pipe grep(popen(command.c_str(), "r"));
-    std::string line;
-    if (grep) {
-        char buffer[512];
-        while (fgets(buffer, sizeof buffer, grep.get()) != nullptr) {
-            line = buffer;
-        }
-    }
+    RemoveOnExit cleanup{file};
+    // The name comes from the host's list: it goes in as one quoted word.
+    VMwareOSUtils::runHostCommand(
+        VMwareOSUtils::composeCommand("localcli network nic get -n {} > {}", {row.name, file}));
+    const std::vector<std::string> found = VMwareOSUtils::executeCliCommandAndFetchOutput(
+        VMwareOSUtils::composeCommand("grep \"Firmware Version\" {}", {file}));
+    const std::string line = found.empty() ? "" : found.back();
     const size_t colon = line.find(':');
     if (colon == std::string::npos) {
         VEK_LOG_WARNING(TAG, "Error occurred in identifying fw version.");

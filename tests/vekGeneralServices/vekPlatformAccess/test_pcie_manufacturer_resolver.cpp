@@ -47,8 +47,9 @@ std::string slot(const std::string& designation, const std::string& address)
 
 std::string pciBlock(const std::string& address, const std::string& subVendor)
 {
-    return address + "\n   Address: " + address + "\n   Vendor ID: 0x8086\n   Device ID: 0x1593\n   SubVendor ID: " +
-           subVendor + "\n   SubDevice ID: 0x0002\n\n";
+    return address + "\n   Address: " + address +
+           "\n   Vendor ID: 0x8086\n   Device ID: 0x1593\n   SubVendor ID: " + subVendor +
+           "\n   SubDevice ID: 0x0002\n\n";
 }
 
 class ManufacturerResolverTest : public vekRootTest {
@@ -60,13 +61,10 @@ protected:
                                slot("Slot 5 r001u03p1i05", "0000:ca:00.0") + ", " +
                                slot("Onboard SATA r001u03p1i00", "0000:00:17.0") + "]");
         host.services();
-        root.makeDirectory("/opt/zolvek/tmp");
-        root.writeCliOutput("hardware pci list", pciBlock("0000:00:17.0", "0x1d49") + pciBlock("0000:2a:00.0", "0x14E4") +
-                                                     pciBlock("0000:5e:00.0", "0x1077") +
-                                                     pciBlock("0000:ca:00.0", "0x0002"));
-        os = vekSystemInterfaceFactory::getSystemInterface();
-        os->Initialize();
-        resolver = os->getPCIeManufacturerResolverInterface();
+        root.writeCliOutput("hardware pci list",
+                            pciBlock("0000:00:17.0", "0x1d49") + pciBlock("0000:2a:00.0", "0x14E4") +
+                                pciBlock("0000:5e:00.0", "0x1077") + pciBlock("0000:ca:00.0", "0x0002"));
+        resolver = vekSystemInterfaceFactory::getSystemInterface()->getPCIeManufacturerResolverInterface();
     }
 
     std::string manufacturerOf(const std::string& pci, int expectedResult = 0)
@@ -77,7 +75,6 @@ protected:
     }
 
     vekLocationTestHost host{root};
-    vekOSInterface* os = nullptr;
     vekPCIeManufacturerResolver* resolver = nullptr;
 };
 

@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -70,26 +73,32 @@ TEST_F(NICVmwareInterfaceTest, ListKeepsPhysicalPortsAndTheirRows)
     EXPECT_EQ(status("vmnic0").state, VEK_STATE_LINKDOWN);
 }
 
-TEST_F(NICVmwareInterfaceTest, ShortRowEndsTheParseButKeepsEarlierRows)
+// A short row ends the parse but keeps the rows before it; a list without
+// its header, or a failing command, adds none (rows once read stay).
+TEST_F(NICVmwareInterfaceTest, ListsThatCannotBeReadWhole)
 {
-    vekLogTail log(vekTestMainLogPath());
-    writeList(row("vmnic0", "0000:16:00.0", "Up", "Up", "25000") +
-              "vmnic1  0000:16:00.1  icen  Up  Up  25000  Full  b4:96:91:a1:10:21\n" +
-              row("vmnic2", "0000:2a:00.0", "Up", "Up", "100000"));
-    EXPECT_EQ(names(), (std::vector<std::string>{"vmnic0"}));
-    EXPECT_TRUE(log.contains("An error occurred while trying to fetch NIC information"));
-}
-
-TEST_F(NICVmwareInterfaceTest, ListWithoutItsHeaderOrCommandGivesNoAdapters)
-{
-    vekLogTail log(vekTestMainLogPath());
-    root.writeCliOutput("network nic list", row("vmnic0", "0000:16:00.0", "Up", "Up", "25000"));
-    EXPECT_TRUE(names().empty());
-    EXPECT_TRUE(log.contains("Unable to find NIC information."));
-
-    root.writeCliOutput("network nic list", "", 1);
-    EXPECT_TRUE(names().empty());
-    EXPECT_TRUE(log.contains("Error occurred in gathering network interface information"));
+    const struct {
+        std::string list;
+        int status;
+        std::vector<std::string> names;
+        const char* logged;
+    } cases[] = {
+        {kHeader + row("vmnic0", "0000:16:00.0", "Up", "Up", "25000") +
+             "vmnic1  0000:16:00.1  icen  Up  Up  25000  Full  b4:96:91:a1:10:21\n" +
+             row("vmnic2", "0000:2a:00.0", "Up", "Up", "1"),
+         0,
+         {"vmnic0"},
+         "An error occurred while trying to fetch NIC information"},
+        {row("vmnic3", "0000:16:00.0", "Up", "Up", "25000"), 0, {"vmnic0"}, "Unable to find NIC information."},
+        {"", 1, {"vmnic0"}, "Error occurred in gathering network interface information"},
+    };
+    for (const auto& c : cases) {
+        vekLogTail log(vekTestMainLogPath());
+        root.writeCliOutput("network nic list", c.list, c.status);
+        EXPECT_EQ(names(), c.names) << c.logged;
+        EXPECT_TRUE(log.contains(c.logged)) << log.newText();
+        EXPECT_FALSE(root.exists("/opt/zolvek/tmp/vek_niclist.txt"));
+    }
 }
 
 TEST_F(NICVmwareInterfaceTest, AdapterConditionGivesStateAndHealth)
@@ -147,8 +156,34 @@ TEST_F(NICVmwareInterfaceTest, PropertiesOfAPortInASlot)
     EXPECT_EQ(info.description, "PCI 0000:16:00.0 r001u03p1i01");
     EXPECT_EQ(info.vendorId, "0x8086");
     EXPECT_EQ(info.subDeviceId, "0x0002");
-    EXPECT_EQ(info.physicalLocation.size(), 16u);
+    // The fake TRB encoder: I/O card type 3, rack 1, unit 3, partition 1, slot 1.
+    EXPECT_EQ(info.physicalLocation, "03010301FF01FFFF");
     EXPECT_FALSE(root.exists("/opt/zolvek/tmp/vek_niclist.txt"));
+    EXPECT_FALSE(root.exists("/opt/zolvek/tmp/vek_nicAddDetails.txt"));
+}
+
+// Names come from the host's list and go into the next command line: the
+// fake localcli gets them literally, and the shell runs nothing of them.
+TEST_F(NICVmwareInterfaceTest, NamesFromTheListAreNeverRun)
+{
+    char* previous = getcwd(nullptr, 0);
+    ASSERT_EQ(chdir(root.path().c_str()), 0);
+    const std::string names[] = {"vmnic$(touch${IFS}PWNED)", "vmnic'1", "vmnic`touch${IFS}PWNED`;"};
+    std::string rows;
+    for (const std::string& name : names) {
+        rows += row(name, "0000:16:00.0", "Up", "Up", "25000");
+        root.writeFile("/sim/cli/network_nic_get_-n_" + name + ".txt", "   Firmware Version: " + name + "\n");
+    }
+    writeList(rows);
+    ASSERT_EQ(this->names().size(), 3u);
+    for (const std::string& name : names) {
+        NICDeviceInfo info;
+        nic->discoverNICProperties(name, info);
+        EXPECT_EQ(info.firmwareVersion, name);
+    }
+    EXPECT_FALSE(root.exists("/PWNED"));
+    EXPECT_EQ(chdir(previous), 0);
+    free(previous);
 }
 
 TEST_F(NICVmwareInterfaceTest, FirmwareIsWhatFollowsTheColon)

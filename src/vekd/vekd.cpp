@@ -16,6 +16,7 @@
 #include "vekJsonAggregator.h"
 #include "vekLocationReport.h"
 #include "vekLog.h"
+#include "vekOSInterface.h"
 #include "vekPlatformServiceBuilder.h"
 #include "vekPlatformServices.h"
 
@@ -94,6 +95,7 @@ void stop(vekPlatformServices& services)
     runStep("Stopping the aggregator", [] { vekJsonAggregator::getInstance().stopvekJsonAggregator(); });
     runStep("Stopping the test event server", [] { vekJobManager::getInstance().stopVEKServer(); });
     runStep("Stopping the Resource Managers", [] { vekJobManager::getInstance().stopResourceManagers(); });
+    runStep("Removing the OS interface's scratch files", [] { vekSystemInterfaceFactory::unInitializeSystemInterface(); });
     runStep("Cleaning up the dispatch queue", [&] { services.getInbandComInterface()->cleanUpDispatchQ(); });
     runStep("Shutdown of the start-stop file",
             [] { VMwareOSUtils::vekStartStopFileOperations(vekGlobalDef::VEK_OPERATION_SHUTDOWN); });

@@ -41,11 +41,25 @@ std::string vekTestDebugLogPath()
 
 int main(int argc, char** argv)
 {
-    char pattern[] = "/tmp/vek-suite-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) {
-        return 2;
+    // A death test's child is this binary run again: it works in its
+    // parent's root, which the parent removes, since a child that dies
+    // never runs its own clean-up.
+    const char* inherited = getenv("VEK_TEST_SUITE_ROOT");
+    if (inherited != nullptr && *inherited != '\0') {
+        gSuiteRoot = inherited;
+    } else {
+        char pattern[] = "/tmp/vek-suite-XXXXXX";
+        if (mkdtemp(pattern) == nullptr) {
+            return 2;
+        }
+        gSuiteRoot = pattern;
+        setenv("VEK_TEST_SUITE_ROOT", pattern, 1);
+        atexit(removeSuiteRoot);
     }
-    gSuiteRoot = pattern;
+    // Every temporary folder of a case (simulated hosts, the emulated RMC's
+    // state) goes below the root too, so that none outlives the run.
+    mkdir((gSuiteRoot + "/tmp").c_str(), 0700);
+    setenv("TMPDIR", (gSuiteRoot + "/tmp").c_str(), 1);
     for (const char* dir : {"/opt", "/opt/zolvek", "/opt/zolvek/vital", "/opt/zolvek/tmp", "/scratch", "/scratch/log",
                             "/scratch/log/zolvek", "/scratch/log/zolvek/backup_log"}) {
         mkdir((gSuiteRoot + dir).c_str(), 0755);
@@ -63,7 +77,6 @@ int main(int argc, char** argv)
     const std::string path = std::string(VEK_SIMHOST_DIR) + "/bin:" + (getenv("PATH") ? getenv("PATH") : "");
     setenv("PATH", path.c_str(), 1);
     CPlusPlusLogging::Logger::getInstance();
-    atexit(removeSuiteRoot);
 
     ::testing::InitGoogleTest(&argc, argv);
     ::testing::GTEST_FLAG(death_test_style) = "threadsafe";

@@ -29,13 +29,19 @@ void removeTree(const std::string& path)
 
 } // namespace
 
+std::string vekTestTemporaryFolder(const std::string& stem)
+{
+    const char* tmp = getenv("TMPDIR");
+    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/" + stem + "-XXXXXX";
+    if (mkdtemp(&pattern[0]) == nullptr) {
+        throw std::runtime_error("mkdtemp failed for " + pattern);
+    }
+    return pattern;
+}
+
 vekTestRoot::vekTestRoot()
 {
-    char pattern[] = "/tmp/vek-root-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    root_ = pattern;
+    root_ = vekTestTemporaryFolder("vek-root");
     const char* prev = getenv("VEK_ROOT");
     hadPreviousRoot_ = prev != nullptr;
     previousRoot_ = prev ? prev : "";

@@ -7,6 +7,10 @@
 
 #include <string>
 
+// A fresh folder under $TMPDIR (the test run's own, see test_main.cpp),
+// named STEM-XXXXXX.
+std::string vekTestTemporaryFolder(const std::string& stem);
+
 class vekTestRoot {
 public:
     // Makes the folder and points VEK_ROOT at it; the previous value comes

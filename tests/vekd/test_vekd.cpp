@@ -40,9 +40,7 @@ protected:
     {
         VEK_REQUIRE_RMC_EMULATOR();
         rmc_.reset(new vekRmcEmulator());
-        char pattern[] = "/tmp/vekd-host-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        host_ = pattern;
+        host_ = vekTestTemporaryFolder("vekd-host");
         const std::string make = std::string("sh '") + VEK_SIMHOST_DIR + "/mkhost.sh' '" + VEK_SIMHOST_DIR +
                                  "/profiles/rack-type4' '" + host_ + "'";
         ASSERT_EQ(system(make.c_str()), 0);
@@ -152,6 +150,10 @@ TEST_F(VekdTest, StartsAndStopsGracefullyAndKeepsTheStartStopFile)
     vekLogTail tail(mainLogPath());
     start();
     ASSERT_TRUE(waitForLog(tail, "VEK service started")) << mainLog();
+    // The PCI list is a scratch file: there while the service runs, gone
+    // after a clean stop.
+    const std::string scratch = host_ + "/opt/zolvek/tmp/vek_hwlist.txt";
+    EXPECT_EQ(access(scratch.c_str(), F_OK), 0);
     const int status = stop(SIGTERM);
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
@@ -179,6 +181,8 @@ TEST_F(VekdTest, StartsAndStopsGracefullyAndKeepsTheStartStopFile)
     EXPECT_GE(values["last_start"], before);
     EXPECT_GE(values["last_stop"], values["last_start"]);
     EXPECT_EQ(values["current_start"], 0);
+    EXPECT_NE(access(scratch.c_str(), F_OK), 0);
+    EXPECT_NE(access((host_ + "/opt/zolvek/tmp/vek_nicAddDetails.txt").c_str(), F_OK), 0);
 }
 
 // The file keeps whole seconds, so each run here starts from a file written

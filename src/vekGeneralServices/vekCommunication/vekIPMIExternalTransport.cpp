@@ -165,35 +165,12 @@ ParseResult parseResponse(const std::vector<uint8_t>& frame, Response& out)
 
 } // namespace vmcodec
 
-UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept
-{
-    if (this != &other) {
-        reset(other.release());
-    }
-    return *this;
-}
-
-int UniqueFd::release()
-{
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-}
-
-void UniqueFd::reset(int fd)
-{
-    if (fd_ >= 0) {
-        ::close(fd_);
-    }
-    fd_ = fd;
-}
-
 const std::chrono::milliseconds ExternalLink::kPeerWait(5000);
 const std::chrono::milliseconds ExternalLink::kPeerWaitFloor(2000);
 
 std::chrono::milliseconds ExternalLink::peerWait()
 {
-    return std::max(vekGlobalDef::timeUtils::scaled(kPeerWait), kPeerWaitFloor);
+    return vekGlobalDef::timeUtils::scaledAtLeast(kPeerWait, kPeerWaitFloor);
 }
 
 ExternalLink& ExternalLink::instance()

@@ -14,6 +14,7 @@
 // per address, shared by every transport object and serialised by its mutex;
 // it is made again when the other end drops it.
 
+#include "vekGlobalDef.h"
 #include "vekIPMITransport.h"
 
 #include <chrono>
@@ -81,25 +82,7 @@ ParseResult parseResponse(const std::vector<uint8_t>& frame, Response& out);
 
 } // namespace vmcodec
 
-// Owns a descriptor; closes it when replaced or destroyed.
-class UniqueFd {
-public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : fd_(fd) {}
-    ~UniqueFd() { reset(); }
-    UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
-    UniqueFd& operator=(UniqueFd&& other) noexcept;
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-
-    int get() const { return fd_; }
-    bool valid() const { return fd_ >= 0; }
-    int release();
-    void reset(int fd = -1);
-
-private:
-    int fd_ = -1;
-};
+using vekGlobalDef::UniqueFd;
 
 // One TCP link to an external BMC.
 class ExternalLink {

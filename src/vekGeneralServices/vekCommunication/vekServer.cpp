@@ -227,7 +227,7 @@ void vekServer::runVEKServerOperations()
 
 int vekServer::pollPipeFds(pollfd (&fds)[2])
 {
-    const int timeout = static_cast<int>(vekScaledPipeWait(kPollTimeout, kPollTimeoutFloor).count());
+    const int timeout = static_cast<int>(vekGlobalDef::timeUtils::scaledAtLeast(kPollTimeout, kPollTimeoutFloor).count());
     const int ready = ::poll(fds, 2, timeout);
     const int error = errno;
     if (ready > 0) {

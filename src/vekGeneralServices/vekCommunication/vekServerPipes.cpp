@@ -19,6 +19,7 @@
 #include <thread>
 
 using vekGlobalDef::VMwareOSUtils;
+using vekGlobalDef::timeUtils;
 using vekIPMI::UniqueFd;
 
 namespace {
@@ -51,7 +52,7 @@ bool waitReady(int fd, short events, Clock::time_point deadline)
             return false;
         }
         pollfd entry{fd, events, 0};
-        const milliseconds wait = std::min(left, vekScaledPipeWait(kQuietWait, kQuietWaitFloor));
+        const milliseconds wait = std::min(left, timeUtils::scaledAtLeast(kQuietWait, kQuietWaitFloor));
         const int ready = ::poll(&entry, 1, static_cast<int>(wait.count()));
         if (ready > 0) {
             return true;
@@ -182,11 +183,6 @@ bool isFifo(const char* path)
 
 } // namespace
 
-std::chrono::milliseconds vekScaledPipeWait(std::chrono::milliseconds wait, std::chrono::milliseconds floor)
-{
-    return std::max(vekGlobalDef::timeUtils::scaled(wait), floor);
-}
-
 bool vekCreatePipe(const char* path)
 {
     std::error_code ignored;  // a folder that cannot be made shows in mkfifo
@@ -211,7 +207,7 @@ bool vekReadPipe(const char* path, _VEK_MESSAGE_PACKET* packet)
 
 bool vekReadPipe(int fd, _VEK_MESSAGE_PACKET* packet)
 {
-    const Clock::time_point deadline = Clock::now() + vekScaledPipeWait(kMessageDeadline, kMessageDeadlineFloor);
+    const Clock::time_point deadline = Clock::now() + timeUtils::scaledAtLeast(kMessageDeadline, kMessageDeadlineFloor);
     unsigned char header[VEK_MESSAGE_HEADER_SIZE];
     size_t got = 0;
     int error = 0;
@@ -264,7 +260,7 @@ bool vekWritePipe(const char* path, _VEK_MESSAGE_PACKET* packet)
     const SigpipeBlock noSigpipe;
     // Non-blocking: a blocking open would wait for ever for a reader that
     // never comes.
-    const Clock::time_point openDeadline = Clock::now() + vekScaledPipeWait(kOpenWindow, kOpenWindowFloor);
+    const Clock::time_point openDeadline = Clock::now() + timeUtils::scaledAtLeast(kOpenWindow, kOpenWindowFloor);
     UniqueFd fd;
     for (;;) {
         const int opened = ::open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -281,7 +277,7 @@ bool vekWritePipe(const char* path, _VEK_MESSAGE_PACKET* packet)
         return false;
     }
 
-    const Clock::time_point deadline = Clock::now() + vekScaledPipeWait(kMessageDeadline, kMessageDeadlineFloor);
+    const Clock::time_point deadline = Clock::now() + timeUtils::scaledAtLeast(kMessageDeadline, kMessageDeadlineFloor);
     unsigned char header[VEK_MESSAGE_HEADER_SIZE] = {};
     putLittle(header + 3, packet->header.messageCode, 2);
     putLittle(header + 5, static_cast<uint32_t>(packet->payload.size()), 4);

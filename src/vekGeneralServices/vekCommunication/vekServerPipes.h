@@ -52,6 +52,3 @@ bool vekReadPipe(int fd, _VEK_MESSAGE_PACKET* packet);
 // SIGPIPE).
 bool vekWritePipe(const char* path, _VEK_MESSAGE_PACKET* packet);
 
-// A wait of the pipes divided by VEK_TIME_SCALE, but never below the floor:
-// the other end is a process that needs its time slice too.
-std::chrono::milliseconds vekScaledPipeWait(std::chrono::milliseconds wait, std::chrono::milliseconds floor);

@@ -766,6 +766,11 @@ std::chrono::milliseconds timeUtils::scaled(std::chrono::milliseconds wait)
     return std::chrono::milliseconds(result > 0 ? result : 1);
 }
 
+std::chrono::milliseconds timeUtils::scaledAtLeast(std::chrono::milliseconds wait, std::chrono::milliseconds floor)
+{
+    return std::max(scaled(wait), std::min(wait, floor));
+}
+
 std::chrono::milliseconds timeUtils::scaledSeconds(long seconds)
 {
     return scaled(std::chrono::milliseconds(static_cast<long long>(seconds) * 1000));
@@ -809,6 +814,31 @@ void timeUtils::computeTimeDiff(timespec& later, timespec& earlier, timespec& re
         result.tv_sec = later.tv_sec - earlier.tv_sec;
         result.tv_nsec = later.tv_nsec - earlier.tv_nsec;
     }
+}
+
+// ---------------------------------------------------------------- descriptors
+
+UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept
+{
+    if (this != &other) {
+        reset(other.release());
+    }
+    return *this;
+}
+
+int UniqueFd::release()
+{
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+}
+
+void UniqueFd::reset(int fd)
+{
+    if (fd_ >= 0) {
+        ::close(fd_);
+    }
+    fd_ = fd;
 }
 
 } // namespace vekGlobalDef

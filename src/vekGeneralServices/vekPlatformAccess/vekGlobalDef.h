@@ -23,6 +23,26 @@ struct HostCommandResult {
     bool timedOut = false;
 };
 
+// Owns a descriptor; closes it when replaced or destroyed.
+class UniqueFd {
+public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    ~UniqueFd() { reset(); }
+    UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept;
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    int get() const { return fd_; }
+    bool valid() const { return fd_ >= 0; }
+    int release();
+    void reset(int fd = -1);
+
+private:
+    int fd_ = -1;
+};
+
 // What the start-stop file is asked to record.
 enum VEKOperation {
     VEK_OPERATION_INIT = 0,
@@ -163,6 +183,10 @@ public:
     // for a positive wait, so that a scaled wait still yields.
     static std::chrono::milliseconds scaled(std::chrono::milliseconds wait);
     static std::chrono::milliseconds scaledSeconds(long seconds);
+    // The same for a wait that stands for a peer's answer time, which a
+    // faster clock does not make the peer keep: never below the floor (nor
+    // above the wait itself, when the wait is shorter than the floor).
+    static std::chrono::milliseconds scaledAtLeast(std::chrono::milliseconds wait, std::chrono::milliseconds floor);
 
     // "%FT%TZ" of now in UTC.
     static std::string getUTCTime();

@@ -38,25 +38,7 @@ const milliseconds kTerminateGrace(2000);
 const milliseconds kTerminateGraceFloor(250);
 const milliseconds kKillWait(5000);
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd = -1) : fd_(fd) {}
-    ~FileDescriptor() { reset(); }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    int get() const { return fd_; }
-    void reset()
-    {
-        if (fd_ >= 0) {
-            close(fd_);
-            fd_ = -1;
-        }
-    }
-
-private:
-    int fd_;
-};
+using vekGlobalDef::UniqueFd;
 
 // How the child starts: its own process group, stdout into the pipe, stdin
 // from /dev/null, and an empty signal mask with default dispositions. The
@@ -157,7 +139,7 @@ public:
     void terminate()
     {
         kill(-pid_, SIGTERM);
-        const milliseconds grace = std::max(vekGlobalDef::timeUtils::scaled(kTerminateGrace), kTerminateGraceFloor);
+        const milliseconds grace = vekGlobalDef::timeUtils::scaledAtLeast(kTerminateGrace, kTerminateGraceFloor);
         endedBy(Clock::now() + grace);
         // Also what ignored SIGTERM or outlived the shell.
         kill(-pid_, SIGKILL);
@@ -243,7 +225,7 @@ namespace vekGlobalDef {
 std::chrono::milliseconds VMwareOSUtils::hostCommandTimeout()
 {
     const milliseconds configured(static_cast<long long>(vekConfig::getInstance().getHostCommandTimeout()) * 1000);
-    return std::max(timeUtils::scaled(configured), std::min(configured, kTimeoutFloor));
+    return timeUtils::scaledAtLeast(configured, kTimeoutFloor);
 }
 
 HostCommandResult VMwareOSUtils::runHostCommand(const std::string& command)
@@ -254,8 +236,8 @@ HostCommandResult VMwareOSUtils::runHostCommand(const std::string& command)
 
     int ends[2] = {-1, -1};
     const int opened = pipe2(ends, O_CLOEXEC) == 0 ? 0 : errno;
-    FileDescriptor readEnd(ends[0]);
-    FileDescriptor writeEnd(ends[1]);
+    UniqueFd readEnd(ends[0]);
+    UniqueFd writeEnd(ends[1]);
     pid_t pid = -1;
     const int started = opened != 0 ? opened : SpawnSetup(writeEnd.get()).spawn(pid, command);
     writeEnd.reset();

@@ -1,6 +1,7 @@
 #include "vekSmbiosTable.h"
 
 #include "vekConfig.h"
+#include "vekGlobalDef.h"
 #include "vekLog.h"
 
 #include <fcntl.h>
@@ -27,28 +28,13 @@ const size_t kMaxTableSize = 64 * 1024 * 1024;
 
 using Table = std::vector<unsigned char>;
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor()
-    {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
+using vekGlobalDef::UniqueFd;
 
 // Reads the whole table. 0, or the errno of what failed.
 int readTable(Table& table)
 {
     const std::string path = vekSmbios::tablePath();
-    FileDescriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (fd.get() < 0) {
         const int error = errno;
         VEK_LOG_DEBUG(TAG, "Unable to open SMBIOS table [%s]: %d - %s", path.c_str(), error, strerror(error));

@@ -57,29 +57,14 @@ TEST_F(OSInterfaceTest, PciIdsOfTheRackServersDevices)
     };
     for (const auto& c : cases) {
         vekLogTail mainLog(vekTestMainLogPath());
-        vekLogTail debug(vekTestDebugLogPath());
         EXPECT_EQ(osi().getPciIdInfo(c.address), c.ids) << c.address;
         const bool known = !c.ids.at("Vendor").empty();
-        EXPECT_EQ(debug.contains("vendorId = " + c.ids.at("Vendor") + ", deviceId = " + c.ids.at("Device") + "\n") &&
-                      debug.contains("subVendorId = " + c.ids.at("SubVendor") +
-                                     ", subDeviceId = " + c.ids.at("SubDevice") + "\n"),
-                  known);
         for (const char* what : {"vendorId", "deviceId", "subVendorId", "subDeviceId"}) {
-            EXPECT_EQ(
-                mainLog.contains(std::string("VMWARE_OS_UTILS: Cound not fetch ") + what + " for " + c.address + "\n"),
-                !known)
+            EXPECT_EQ(mainLog.contains(std::string("Cound not fetch ") + what + " for " + c.address + "\n"), !known)
                 << what << mainLog.newText();
         }
     }
     EXPECT_NE(access("/tmp/vek-injected", F_OK), 0);
-}
-
-TEST_F(OSInterfaceTest, WithoutAPciListTheIdsAreEmpty)
-{
-    vekLogTail mainLog(vekTestMainLogPath());
-    EXPECT_EQ(osi().getPciIdInfo("0000:16:00.0"), ids("", "", "", ""));
-    EXPECT_EQ(root.readFile(kHardwareList), "");
-    EXPECT_FALSE(mainLog.contains("Could not populate the Hardware PCI details")) << "the command ran, and failed";
 }
 
 // The start of the service once waited for ever on a hung PCI list.
@@ -95,6 +80,12 @@ TEST_F(OSInterfaceTest, HungPciListIsKilledAndTheStartGoesOn)
         << mainLog.newText();
     EXPECT_TRUE(mainLog.contains("VMWARE_OS_INTERFACE: Could not populate the Hardware PCI details\n"));
     EXPECT_FALSE(root.exists(kHardwareList));
+    // Without a list the command ran, and failed: no second warning.
+    vekSystemInterfaceFactory::unInitializeSystemInterface();
+    unlink(root.hostPath("/sim/cli/hardware_pci_list.sh").c_str());
+    vekLogTail again(vekTestMainLogPath());
+    EXPECT_EQ(osi().getPciIdInfo("0000:16:00.0"), ids("", "", "", ""));
+    EXPECT_FALSE(again.contains("Could not populate the Hardware PCI details")) << again.newText();
 }
 
 // What the service calls at stop: nothing is made for it, and the scratch

@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -159,6 +162,36 @@ TEST_F(VMwareOSUtilsTest, HostOSNameAndVersionAreTheTrimmedTextBehindTheFirstCol
         root.writeCliOutput("system version get", c.output);
         EXPECT_EQ(VMwareOSUtils::fetchHostOSName(), c.name) << c.output;
         EXPECT_EQ(VMwareOSUtils::readHostOSVersion(), c.version) << c.output;
+    }
+}
+
+// The host's addresses as the RMC gets them: every IPv4 address of the
+// machine, in the order of its list, but loopback's.
+TEST_F(VMwareOSUtilsTest, IPAddressesAreTheMachinesButLoopback)
+{
+    std::vector<std::string> expected;
+    bool loopbackSeen = false;
+    ifaddrs* list = nullptr;
+    ASSERT_EQ(getifaddrs(&list), 0);
+    for (const ifaddrs* each = list; each != nullptr; each = each->ifa_next) {
+        if (each->ifa_addr == nullptr || each->ifa_addr->sa_family != AF_INET) {
+            continue;
+        }
+        char text[INET_ADDRSTRLEN] = {};
+        inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(each->ifa_addr)->sin_addr, text, sizeof(text));
+        if (std::string(text) == "127.0.0.1") {
+            loopbackSeen = true;
+        } else {
+            expected.push_back(text);
+        }
+    }
+    freeifaddrs(list);
+    ASSERT_TRUE(loopbackSeen) << "the machine has no loopback address to leave out";
+
+    const std::vector<std::string> addresses = vekGlobalDef::VMwareOSUtils::getIPAddress();
+    EXPECT_EQ(addresses, expected);
+    for (const std::string& address : addresses) {
+        EXPECT_NE(address, "127.0.0.1");
     }
 }
 

@@ -41,14 +41,13 @@ std::string shellQuoted(const std::string& text)
     return out + "'";
 }
 
-bool onPath(const std::string& program)
-{
-    return vekRmcEmulator::run("command -v " + program + " >/dev/null").status == 0;
-}
+struct Result {
+    std::string output;
+    int status = -1;
+};
 
-} // namespace
-
-vekRmcEmulator::Result vekRmcEmulator::run(const std::string& command)
+// Runs a shell command, stdout and stderr together.
+Result run(const std::string& command)
 {
     Result result;
     std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
@@ -64,6 +63,13 @@ vekRmcEmulator::Result vekRmcEmulator::run(const std::string& command)
     result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
     return result;
 }
+
+bool onPath(const std::string& program)
+{
+    return run("command -v " + program + " >/dev/null").status == 0;
+}
+
+} // namespace
 
 std::string vekRmcEmulator::missing()
 {
@@ -186,26 +192,20 @@ std::vector<vekRmcEmulator::Command> vekRmcEmulator::spooledCommands() const
     return commands;
 }
 
-void vekRmcEmulator::writeDoorbell(int doorbell, const std::string& bytes) const
+void vekRmcEmulator::inject(const char* file, int code, int count, int exitStatus, int after) const
 {
-    writeFile("doorbell" + std::to_string(doorbell), bytes);
-}
-
-void vekRmcEmulator::clearDoorbell(int doorbell) const
-{
-    unlink((spool_ + "/doorbell" + std::to_string(doorbell)).c_str());
+    writeFile(file, std::to_string(code) + " " + std::to_string(count) + " " + std::to_string(exitStatus) + " " +
+                        std::to_string(after) + "\n");
 }
 
 void vekRmcEmulator::injectFault(int status, int count, int exitStatus, int after) const
 {
-    writeFile("inject", std::to_string(status) + " " + std::to_string(count) + " " + std::to_string(exitStatus) + " " +
-                            std::to_string(after) + "\n");
+    inject("inject", status, count, exitStatus, after);
 }
 
 void vekRmcEmulator::injectCompletionCode(int completionCode, int count, int after) const
 {
-    writeFile("inject_cc",
-              std::to_string(completionCode) + " " + std::to_string(count) + " 0 " + std::to_string(after) + "\n");
+    inject("inject_cc", completionCode, count, 0, after);
 }
 
 void vekRmcEmulator::signal(const char* name) const

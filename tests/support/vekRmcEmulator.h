@@ -20,8 +20,8 @@
 //   address, made again after restart()). Several may live at once; the
 //   variable names the last one made.
 // - Spool: spooledCommands() lists the commands received whole, in the order
-//   they came, with their payloads. writeDoorbell()/clearDoorbell() set what
-//   doorbells 1-3 answer, injectFault() answers the next chunks with a
+//   they came, with their payloads. writeDoorbell() sets what doorbells 1-3
+//   answer, injectFault() answers the next chunks with a
 //   transfer status instead of taking them, injectCompletionCode() answers
 //   the next OEM commands with a completion code, writeFile() any other file
 //   of the state folder (max_length, capabilities...), freeze() makes it
@@ -78,9 +78,11 @@ public:
     // The commands received whole, oldest first.
     std::vector<Command> spooledCommands() const;
 
-    // doorbell 1..3 answers these bytes (at most 35 go out) until cleared.
-    void writeDoorbell(int doorbell, const std::string& bytes) const;
-    void clearDoorbell(int doorbell) const;
+    // doorbell 1..3 answers these bytes (at most 35 go out).
+    void writeDoorbell(int doorbell, const std::string& bytes) const
+    {
+        writeFile("doorbell" + std::to_string(doorbell), bytes);
+    }
     // After `after` chunks taken normally, the next `count` chunks are
     // answered with `status` (and `exitStatus`) and not taken.
     void injectFault(int status, int count = 1, int exitStatus = 0, int after = 0) const;
@@ -101,19 +103,14 @@ public:
     // Any file of the state folder, written whole or not at all.
     void writeFile(const std::string& name, const std::string& content) const;
 
-    struct Result {
-        std::string output;
-        int status = -1;
-    };
     // `ipmitool ... raw 0x0a 0x22` over LAN; throws std::runtime_error when it fails.
     void reserveSdrOverLan() const;
-    // Runs a shell command, stdout and stderr together.
-    static Result run(const std::string& command);
 
 private:
     void start(bool samePorts);
     std::string readFile(const std::string& name) const;
     void signal(const char* name) const;
+    void inject(const char* file, int code, int count, int exitStatus, int after) const;
     std::string scriptEnv(const std::string& extra) const;
 
     std::string spool_;

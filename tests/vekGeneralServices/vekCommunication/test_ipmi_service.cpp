@@ -13,9 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
 using namespace vekIPMITest;
@@ -74,7 +72,7 @@ TEST_F(IPMIServiceTest, PayloadsArriveByteExactWithTheExchangesTheFormatImplies)
         {57, 2, true},   // 33 in the first chunk, 24 and the NUL in the second
         {58, 2, true},   // 33, then 25 and the NUL
         {90, 3, true},   // 33, 57, then the NUL alone
-        {1000, 18, true},
+        {70000, 1229, true},  // the length field needs its third byte
     };
     const char* commands[] = {"WriteInventory", "MPEventGen", "WriteTelemetry", "WriteAppTelemetry"};
     size_t taken = 0;
@@ -129,17 +127,6 @@ TEST_F(IPMIServiceTest, EachTransferStatusIsLoggedAndTheRestOfThePayloadStillGoe
             EXPECT_FALSE(log.contains(std::string(c.text) + " Payload size:")) << "only ipmi::IPMIUtils adds it";
         }
     }
-    // The first chunk alone refused: with the RMC's index 0 each later chunk
-    // is a first chunk without a name, refused too; the first refusal is the
-    // one logged, not its echoes.
-    LogTail log;
-    rmc_->injectFault(4, 1);
-    EXPECT_EQ(exchangesOf("WriteTelemetry", payloadOf(1000)), 18u);
-    EXPECT_TRUE(log.contains("RMC Cli Command Execution failed! (0x4, 0x0)"));
-    EXPECT_FALSE(log.contains("(0x5, 0x0)"));
-    EXPECT_TRUE(rmc_->spooledCommands().empty());
-    EXPECT_EQ(exchangesOf("WriteTelemetry", payloadOf(1000)), 18u);
-    EXPECT_EQ(rmc_->spooledCommands().size(), 1u) << "the channel is fine afterwards";
 }
 
 TEST_F(IPMIServiceTest, CompletionCodeEndsTheCommandAndTheNextOneGoesOut)
@@ -148,7 +135,6 @@ TEST_F(IPMIServiceTest, CompletionCodeEndsTheCommandAndTheNextOneGoesOut)
     rmc_->injectCompletionCode(0xC0, 1, 2);
     LogTail log;
     EXPECT_EQ(exchangesOf("WriteInventory", payloadOf(1000)), 2u);
-    EXPECT_EQ(rmc_->logLines("0x80 completion code 0xc0 injected"), 1u);
     EXPECT_TRUE(log.contains("RMC CLI command WriteInventory: chunk 3 answered with completion code 0xc0 (Node busy); "
                              "the rest of the payload is not sent"))
         << log.text();
@@ -176,21 +162,11 @@ TEST_F(IPMIServiceTest, FailingChannelIsAnExceptionWithItsTextAndTheRmcIsReached
     LogTail down;
     EXPECT_NE(failureOf(payloadOf(300)).find("Request ioctl failure with error code : 111"), std::string::npos);
     EXPECT_TRUE(down.contains("IPMI exec failed   Request ioctl failure with error code : 111")) << down.text();
-    EXPECT_TRUE(down.contains("Request ioctl failure\n"));
     EXPECT_EQ(service_->readDoorBell(1), 0);
     service_->sendData("WriteTelemetry", payloadOf(300), callback);
-    EXPECT_NO_THROW(service_->sendData("WriteTelemetry", payloadOf(300), nullptr));
     EXPECT_TRUE(down.contains("Failed to deliver data through IPMI"));
 
     rmc_->restart();
-    rmc_->freeze();
-    LogTail silent;
-    EXPECT_NE(failureOf(payloadOf(300)).find("No answer from external BMC"), std::string::npos);
-    EXPECT_TRUE(silent.contains("Response ioctl failure\n")) << silent.text();
-
-    // Back again: the late answer to the lost chunk is not taken for the
-    // answer to a new one.
-    rmc_->thaw();
     service_->sendData("WriteInventory", payloadOf(300, 3));
     const std::vector<vekRmcEmulator::Command> spooled = rmc_->spooledCommands();
     ASSERT_EQ(spooled.size(), 2u);
@@ -201,9 +177,11 @@ TEST_F(IPMIServiceTest, FailingChannelIsAnExceptionWithItsTextAndTheRmcIsReached
 TEST_F(IPMIServiceTest, BadArgumentsAreRefusedBeforeAnythingIsSent)
 {
     LogTail log;
-    EXPECT_THROW(service_->sendData("", payloadOf(100)), ipmi_exceptions::invalid_arguments);
-    EXPECT_THROW(service_->sendData("WriteInventory", ""), ipmi_exceptions::invalid_arguments);
-    EXPECT_THROW(service_->sendData("WriteInventoryTooLong1", payloadOf(100)), ipmi_exceptions::invalid_arguments);
+    const std::pair<const char*, std::string> bad[] = {
+        {"", payloadOf(100)}, {"WriteInventory", ""}, {"WriteInventoryTooLong1", payloadOf(100)}};
+    for (const auto& b : bad) {
+        EXPECT_THROW(service_->sendData(b.first, b.second), ipmi_exceptions::invalid_arguments) << b.first;
+    }
     EXPECT_TRUE(log.contains("Provided command / arguments is not valid"));
     EXPECT_EQ(rmc_->chunkExchanges(), 0u);
     // Twenty bytes fit; the RMC does not know the name.
@@ -214,30 +192,24 @@ TEST_F(IPMIServiceTest, DoorbellsAreReadAndUnderstood)
 {
     const struct {
         int level;
-        std::string answer;  // empty: no file
+        std::string answer;
         int completionCode;
         int expected;
         const char* logged;
     } cases[] = {
         {1, "WriteInventory", 0, 1, "Received doorbell string (WriteInventory)"},
-        {1, "please WriteInventory now", 0, 1, nullptr},
         {1, "WriteTelemetry", 0, 0, nullptr},
-        {1, "", 0, 0, nullptr},
         {1, "WriteInventory", 0xC0, 0, "Doorbell 1 answered with completion code 0xc0 (Node busy): nothing is asked"},
         {2, std::string("\x01\x04", 2), 0, 1, "Received Telemetry doorbell string (\x01\x04) cmd (1), cmd_level(4)"},
         {2, std::string("\x00\x02", 2), 0, 2, "Received Telemetry doorbell string () cmd (0), cmd_level(2)"},
         {2, std::string("\x07\x01", 2), 0, 2,
          "Received Unsupported telemetry doorbell string (\x07\x01) cmd (7), cmd_level(1)"},
-        {2, std::string("\x01\x04", 2), 0xD5, 0, "Doorbell 2 answered with completion code 0xd5"},
         {3, std::string("\x01\x00", 2), 0, 1, "IOFWU doorbell string (1) (0) "},
-        {3, std::string("\x00\x09", 2), 0, 0, "IOFWU doorbell string (0) (9) "},
-        {3, std::string("\x01\x00", 2), 0xC1, 0, "Doorbell 3 answered with completion code 0xc1 (Invalid command)"},
         {4, "", 0, 0, "Invalid Doorbell request [4]"},
-        {0, "", 0, 0, "Invalid Doorbell request [0]"},
     };
     for (const auto& c : cases) {
-        if (c.level >= 1 && c.level <= 3) {
-            c.answer.empty() ? rmc_->clearDoorbell(c.level) : rmc_->writeDoorbell(c.level, c.answer);
+        if (c.level <= 3) {
+            rmc_->writeDoorbell(c.level, c.answer);
         }
         if (c.completionCode != 0) {
             rmc_->injectCompletionCode(c.completionCode);
@@ -248,61 +220,27 @@ TEST_F(IPMIServiceTest, DoorbellsAreReadAndUnderstood)
             EXPECT_TRUE(log.contains(c.logged)) << log.text();
         }
     }
-    EXPECT_EQ(rmc_->logLines("0x8"), 12u) << "levels 0 and 4 ask nothing";
-}
-
-TEST_F(IPMIServiceTest, DoorbellReadsInterleaveWithALongPayload)
-{
-    rmc_->writeDoorbell(1, "WriteInventory");
-    // Above 64 KiB, so that the length field needs its third byte.
-    const std::string payload = payloadOf(70000, 7);
-    std::atomic<bool> sending{true};
-    std::atomic<int> rings{0};
-    std::thread doorbells([&] {
-        while (sending) {
-            rings += service_->readDoorBell(1);
-        }
-    });
-    service_->sendData("WriteInventory", payload);
-    sending = false;
-    doorbells.join();
-
-    EXPECT_GT(rings.load(), 0);
-    const std::vector<vekRmcEmulator::Command> spooled = rmc_->spooledCommands();
-    ASSERT_EQ(spooled.size(), 1u);
-    EXPECT_EQ(spooled[0].payload, payload);
+    EXPECT_EQ(rmc_->logLines("0x8"), 7u) << "level 4 asks nothing";
 }
 
 // Opening the channel when nobody is there: the device path, and an external
 // address where nothing listens, fail alike when the service is made.
-class IPMIOpenTest : public vekRootTest {
-protected:
-    void SetUp() override
-    {
-        // modprobe and mknod of the driver reload, recorded instead of run.
-        for (const char* tool : {"modprobe", "mknod"}) {
-            root.writeFile(std::string("/fakebin/") + tool,
-                           std::string("#!/bin/sh\necho \"") + tool + " $*\" >> '" + root.path() + "/calls.txt'\n");
-            chmod(root.hostPath(std::string("/fakebin/") + tool).c_str(), 0755);
-        }
-        path_.reset(new ScopedEnv("PATH", root.hostPath("/fakebin") + ":" + getenv("PATH")));
-    }
-
-    ScopedEnv timeScale_{"VEK_TIME_SCALE", "100"};
-    std::unique_ptr<ScopedEnv> path_;
-};
-
-TEST_F(IPMIOpenTest, NobodyThereFailsTheServiceAtItsStart)
+TEST(IPMIOpenTest, NobodyThereFailsTheServiceAtItsStart)
 {
+    vekTestRoot root;
+    ScopedEnv fast("VEK_TIME_SCALE", "100");
+    // modprobe and mknod of the driver reload, recorded instead of run.
+    for (const char* tool : {"modprobe", "mknod"}) {
+        root.writeFile(std::string("/fakebin/") + tool,
+                       std::string("#!/bin/sh\necho \"") + tool + " $*\" >> '" + root.path() + "/calls.txt'\n");
+        chmod(root.hostPath(std::string("/fakebin/") + tool).c_str(), 0755);
+    }
+    ScopedEnv path("PATH", root.hostPath("/fakebin") + ":" + getenv("PATH"));
     const std::string device = "modprobe ipmi_msghandler\nmodprobe ipmi_si\nmodprobe ipmi_devintf\n"
                                "modprobe ipmi_watchdog\nmodprobe ipmi_ssif\nmknod -m 0600 " +
                                root.path() + "/dev/ipmi0 c ";
-    const struct {
-        const char* external;  // nullptr: the device
-        std::string reloads;
-    } cases[] = {{nullptr, device}, {"127.0.0.1:1", ""}};
-    for (const auto& c : cases) {
-        ScopedEnv external("VEK_IPMI_EXTERNAL", c.external != nullptr ? c.external : "", c.external == nullptr);
+    for (const char* external : {"", "127.0.0.1:1"}) {  // empty: the device
+        ScopedEnv address("VEK_IPMI_EXTERNAL", external, *external == '\0');
         LogTail log;
         for (int attempt = 0; attempt < 2; ++attempt) {  // the next call tries again
             try {
@@ -314,8 +252,8 @@ TEST_F(IPMIOpenTest, NobodyThereFailsTheServiceAtItsStart)
         }
         EXPECT_TRUE(log.contains("Unable to Open IPMI channel - Bailing out")) << log.text();
         const std::string calls = root.readFile("/calls.txt");
-        EXPECT_EQ(calls.compare(0, c.reloads.size(), c.reloads), 0) << calls;
-        EXPECT_EQ(calls.empty(), c.reloads.empty()) << "the drivers are the device's only";
+        // The drivers are the device's only.
+        EXPECT_EQ(*external == '\0' ? calls.substr(0, device.size()) : calls, *external == '\0' ? device : "");
         unlink(root.hostPath("/calls.txt").c_str());
     }
 }

@@ -1,10 +1,7 @@
 // The IPMI transport: the external BMC protocol's framing and escaping; the
 // external link to the emulated RMC (a slow one, a silent one, one that went
-// away, nobody there, many users at once); the device transport's failures;
-// the choice between the two. And the emulated RMC itself (testtools/rmcemu):
-// the next indexes it hands out, which no sender can guess, and its script;
-// its other rules (statuses, fault files, doorbells, restarts) are what the
-// IPMI tests beside this one use.
+// away, nobody there, many users at once).
+// And the next indexes the emulated RMC hands out, which no sender can guess.
 
 #include "vekIPMIExternalTransport.h"
 #include "vekIPMIService.h"
@@ -13,8 +10,6 @@
 #include "vekRMCCliProtocol.h"
 
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
 
 #include <atomic>
 #include <cerrno>
@@ -220,22 +215,6 @@ TEST_F(ExternalLinkTest, ConcurrentUsersOfTheOneLinkEachGetTheirOwnAnswer)
     EXPECT_EQ(rmc_->logLines("0x8"), 150u);
 }
 
-TEST(DeviceTransport, WithoutAnExternalAddressTheDeviceIsUsedAndFailsAsTheDriverWould)
-{
-    vekTestRoot root;
-    vekIPMITest::ScopedEnv noExternal("VEK_IPMI_EXTERNAL", "", true);
-    std::unique_ptr<Transport> device = createTransport();
-    EXPECT_EQ(device->describe(), root.path() + "/dev/ipmi0");
-    EXPECT_FALSE(device->open());
-    EXPECT_EQ(failureOf([&] { ask(*device, 0x06, 0x01); }), TransportFailure::NotOpen);
-
-    root.writeFile("/dev/ipmi0", "");
-    ASSERT_TRUE(device->open());
-    int error = 0;
-    EXPECT_EQ(failureOf([&] { ask(*device, 0x06, 0x01); }, &error), TransportFailure::Send);
-    EXPECT_EQ(error, ENOTTY);
-}
-
 class RmcEmulatorTest : public vekIPMITest::RmcCase {
 };
 
@@ -272,24 +251,6 @@ TEST_F(RmcEmulatorTest, NextIndexesAreTheRmcsOwnAndAGuessIsRefused)
         service.execute(0x3A, 0x80, 0, chunk, sizeof(chunk), answer, length, completionCode);
         EXPECT_EQ(std::vector<uint8_t>(answer, answer + length), std::vector<uint8_t>({3, 0, 0, 0})) << guess;
     }
-}
-
-TEST(RmcEmulatorScript, WithoutASpoolFolderItMakesAndPrintsOne)
-{
-    VEK_REQUIRE_RMC_EMULATOR();
-    const std::string script = "env -u VEK_RMC_SPOOL VEK_RMC_MODULE='" VEK_BINARY_DIR
-                               "/testtools/rmcemu/vekrmc_module.so' '" VEK_SOURCE_DIR "/testtools/rmcemu/rmc-emu.sh' ";
-    const vekRmcEmulator::Result started = vekRmcEmulator::run(script + "start");
-    ASSERT_EQ(started.status, 0) << started.output;
-    std::smatch m;
-    ASSERT_TRUE(std::regex_search(started.output, m, std::regex("VEK_RMC_SPOOL=([^\\n]+)"))) << started.output;
-    const std::string spool = m[1];
-    struct stat st;
-    EXPECT_EQ(stat((spool + "/ipmi_sim/vekrmc/sdr.20.main").c_str(), &st), 0) << "fresh SDR repository";
-    EXPECT_EQ(vekRmcEmulator::run(script + "status '" + spool + "'").status, 0);
-    EXPECT_EQ(vekRmcEmulator::run(script + "stop '" + spool + "'").status, 0);
-    EXPECT_NE(vekRmcEmulator::run(script + "status '" + spool + "'").status, 0);
-    vekRmcEmulator::run("rm -rf '" + spool + "'");
 }
 
 } // namespace

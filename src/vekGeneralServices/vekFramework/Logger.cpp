@@ -1,6 +1,7 @@
 #include "Logger.h"
 
 #include "vekConfig.h"
+#include "vekGlobalDef.h"
 #include "vekLog.h"
 
 #include <libgen.h>
@@ -104,16 +105,6 @@ int createParentDirectories(const std::string& filePath)
         }
     }
     return 0;
-}
-
-std::string utcNow()
-{
-    char buffer[64];
-    time_t now = time(nullptr);
-    struct tm tmNow;
-    gmtime_r(&now, &tmNow);
-    strftime(buffer, sizeof(buffer), "%FT%TZ", &tmNow);
-    return buffer;
 }
 
 int priorityOfLevel(const std::string& levelTag)
@@ -340,7 +331,7 @@ void Logger::writeLine(const std::string& levelTag, const std::string& message, 
     if (stream == nullptr) {
         return;
     }
-    *stream << utcNow() << " " << body << "\n";
+    *stream << vekGlobalDef::timeUtils::getUTCTime() << " " << body << "\n";
     stream->flush();
 }
 

@@ -253,12 +253,5 @@ inline size_t vekLogCount(const vekLogTail& log, const std::string& text)
 inline bool vekWaitForLog(const vekLogTail& log, const std::string& text, size_t count = 1,
                           std::chrono::seconds timeout = std::chrono::seconds(30))
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (vekLogCount(log, text) < count) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
+    return vekEventually([&] { return vekLogCount(log, text) >= count; }, timeout);
 }

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -37,6 +38,18 @@ std::string vekTestTemporaryFolder(const std::string& stem)
         throw std::runtime_error("mkdtemp failed for " + pattern);
     }
     return pattern;
+}
+
+bool vekEventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
 }
 
 vekTestRoot::vekTestRoot()

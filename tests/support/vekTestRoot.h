@@ -5,11 +5,18 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
 #include <string>
 
 // A fresh folder under $TMPDIR (the test run's own, see test_main.cpp),
 // named STEM-XXXXXX.
 std::string vekTestTemporaryFolder(const std::string& stem);
+
+// Waits until the condition holds, looking every 10 ms, for the timeout at
+// most (generous: it stands for a busy machine, not for the case's speed).
+bool vekEventually(const std::function<bool()>& condition,
+                   std::chrono::milliseconds timeout = std::chrono::seconds(30));
 
 class vekTestRoot {
 public:

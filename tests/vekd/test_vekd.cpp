@@ -83,17 +83,9 @@ protected:
     }
 
     // Waits for the text to appear in what the main log gained since tail began.
-    bool waitForLog(const vekLogTail& tail, const std::string& text,
-                    std::chrono::seconds timeout = std::chrono::seconds(30))
+    bool waitForLog(const vekLogTail& tail, const std::string& text)
     {
-        const auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (tail.contains(text)) {
-                return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return false;
+        return vekEventually([&] { return tail.contains(text); });
     }
 
     // Sends the signal and returns how the process ended.
@@ -126,17 +118,17 @@ protected:
     // Waits for a command in the emulated RMC's spool.
     bool waitForCommand(const std::string& name, vekRmcEmulator::Command& found)
     {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (std::chrono::steady_clock::now() < deadline) {
-            for (const auto& command : rmc_->spooledCommands()) {
-                if (command.name == name) {
-                    found = command;
-                    return true;
+        return vekEventually(
+            [&] {
+                for (const auto& command : rmc_->spooledCommands()) {
+                    if (command.name == name) {
+                        found = command;
+                        return true;
+                    }
                 }
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return false;
+                return false;
+            },
+            std::chrono::seconds(60));
     }
 
     std::unique_ptr<vekRmcEmulator> rmc_;
@@ -144,7 +136,9 @@ protected:
     pid_t pid_ = -1;
 };
 
-TEST_F(VekdTest, StartsAndStopsGracefullyAndKeepsTheStartStopFile)
+// One life of the service on the rack server: start, the host's inventory
+// at the RMC, a graceful stop in order, the start-stop file and the logs.
+TEST_F(VekdTest, StartsSendsTheInventoryAndStopsGracefully)
 {
     const long before = static_cast<long>(time(nullptr));
     vekLogTail tail(mainLogPath());
@@ -154,28 +148,53 @@ TEST_F(VekdTest, StartsAndStopsGracefullyAndKeepsTheStartStopFile)
     // after a clean stop.
     const std::string scratch = host_ + "/opt/zolvek/tmp/vek_hwlist.txt";
     EXPECT_EQ(access(scratch.c_str(), F_OK), 0);
+    vekRmcEmulator::Command inventory;
+    ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
     const int status = stop(SIGTERM);
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
 
+    Json::Value document;
+    std::istringstream in(inventory.payload);
+    std::string errors;
+    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &document, &errors)) << errors;
+    const Json::Value& oem = document["HostDataCollection"]["Oem"];
+    EXPECT_FALSE(oem["HostOSInfo"]["HostName"].asString().empty()) << inventory.payload;
+    EXPECT_TRUE(oem["CollectionInfo"].isObject()) << inventory.payload;
+    // Compact text, as the RMC takes it.
+    EXPECT_EQ(inventory.payload.find('\n'), std::string::npos);
+
     const std::string log = mainLog();
+    EXPECT_NE(log.find("Stopped Json Aggregator gracefully."), std::string::npos) << log;
     EXPECT_NE(log.find("VEK Exiting Gracefully!"), std::string::npos) << log;
     EXPECT_NE(log.find("VEK service stopped"), std::string::npos) << log;
     // The test event server stops before the Resource Managers it calls.
     ASSERT_NE(log.find("Stopped VEK Server"), std::string::npos) << log;
     EXPECT_LT(log.find("Stopped VEK Server"), log.find("Stopping all RMs")) << log;
-    // Every line: time, level, thread number, source line, tag, text.
+    // Every entry: time, level, thread number, source line, tag, text. A
+    // text may go on over lines of its own (a JSON document after "\n").
     const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \[(INFO|DEBUG|WARNING|ERROR)\] +\d{3,} \d{3} [A-Z_]+: .*)");
     std::istringstream lines(log + debugLog());
     std::string each;
     size_t count = 0;
     while (std::getline(lines, each)) {
+        if (each.find_first_not_of(' ') == std::string::npos || each[each.find_first_not_of(' ')] == '{') {
+            continue;
+        }
         EXPECT_TRUE(std::regex_match(each, line)) << each;
         ++count;
     }
     EXPECT_GT(count, 5u);
     // On a Linux host the ids without a manager are listed and stay disabled.
-    EXPECT_NE(debugLog().find("Resource manager InfiniBandDevices [6] is disabled."), std::string::npos);
+    const std::string debug = debugLog();
+    EXPECT_NE(debug.find("Resource manager InfiniBandDevices [6] is disabled."), std::string::npos);
+    // The map of places of the rack server's slots, with the PLs of its encoder.
+    for (const char* line : {"0000:16:00.0  r001u03p1i01        PCIe CEM   r001u03   03010301FF01FFFF",
+                             "0000:2a:00.0  r001u03p1o1         OCP        r001u03   070103FFFFFFFFFF",
+                             "0000:00:17.0  r001u03p1i00        on-board   r001u03   03010301FF00FFFF",
+                             "0000:87:00.0  r001u03p1x1y02      SSD/HDD    -         460103010102FFFF"}) {
+        EXPECT_NE(debug.find(std::string("LOCATION_MAP:        ") + line), std::string::npos) << line;
+    }
 
     auto values = startStopValues();
     EXPECT_GE(values["last_start"], before);
@@ -248,40 +267,6 @@ TEST_F(VekdTest, BootDecisionFollowsHowTheLastRunEnded)
     }
 }
 
-TEST_F(VekdTest, TheHostInventoryReachesTheRmc)
-{
-    vekLogTail tail(mainLogPath());
-    start();
-    ASSERT_TRUE(waitForLog(tail, "VEK service started")) << mainLog();
-    vekRmcEmulator::Command inventory;
-    ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
-    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
-
-    Json::Value document;
-    std::istringstream in(inventory.payload);
-    std::string errors;
-    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &document, &errors)) << errors;
-    const Json::Value& host = document["HostDataCollection"]["Oem"]["HostOSInfo"];
-    ASSERT_TRUE(host.isObject()) << inventory.payload;
-    EXPECT_FALSE(host["HostName"].asString().empty());
-    EXPECT_TRUE(document["HostDataCollection"]["Oem"]["CollectionInfo"].isObject()) << inventory.payload;
-    // Compact text, as the RMC takes it.
-    EXPECT_EQ(inventory.payload.find('\n'), std::string::npos);
-
-    const std::string log = mainLog();
-    EXPECT_NE(log.find("Stopped Json Aggregator gracefully."), std::string::npos) << log;
-    EXPECT_NE(log.find("VEK Exiting Gracefully!"), std::string::npos) << log;
-
-    // The map of places of the rack server's slots, with the PLs of its encoder.
-    const std::string debug = debugLog();
-    for (const char* line : {"0000:16:00.0  r001u03p1i01        PCIe CEM   r001u03   03010301FF01FFFF",
-                             "0000:2a:00.0  r001u03p1o1         OCP        r001u03   070103FFFFFFFFFF",
-                             "0000:00:17.0  r001u03p1i00        on-board   r001u03   03010301FF00FFFF",
-                             "0000:87:00.0  r001u03p1x1y02      SSD/HDD    -         460103010102FFFF"}) {
-        EXPECT_NE(debug.find(std::string("LOCATION_MAP:        ") + line), std::string::npos) << line;
-    }
-}
-
 // The road of one event: a port of the rack server loses its link and gets
 // it back; the RMC hears of each once, in order, and nothing more.
 TEST_F(VekdTest, PortDownAndBackReachTheRmcOnceEach)
@@ -311,9 +296,7 @@ TEST_F(VekdTest, PortDownAndBackReachTheRmcOnceEach)
         return ids;
     };
     auto waitForEvents = [&](size_t count) {
-        for (int i = 0; i < 600 && events().size() < count; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
+        vekEventually([&] { return events().size() >= count; });
         return events();
     };
 
@@ -358,15 +341,11 @@ TEST_F(VekdTest, ConfigurationFaultsAreToldAndOnlyTheCrashSimulationEndsTheServi
         SCOPED_TRACE(c.name);
         std::ofstream(conf, std::ios::trunc) << c.conf;
         std::remove(log.c_str());
+        vekLogTail tail(log);
         start();
         int status = 0;
         if (c.signal != 0) {
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-            bool ended = false;
-            while (!(ended = waitpid(pid_, &status, WNOHANG) == pid_) && std::chrono::steady_clock::now() < deadline) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            }
-            if (!ended) {
+            if (!vekEventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; })) {
                 stop(SIGKILL);
                 FAIL() << "the service ran on: " << readAll(log);
             }
@@ -375,12 +354,7 @@ TEST_F(VekdTest, ConfigurationFaultsAreToldAndOnlyTheCrashSimulationEndsTheServi
             EXPECT_EQ(WTERMSIG(status), c.signal);
         } else {
             // Running: the told line is out, or the start has been logged.
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-            while (std::chrono::steady_clock::now() < deadline &&
-                   readAll(host_ + "/vekd.stderr").find(c.told) == std::string::npos) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            }
-            vekLogTail tail(log);
+            vekEventually([&] { return readAll(host_ + "/vekd.stderr").find(c.told) != std::string::npos; });
             if (*c.logged != '\0') {
                 ASSERT_TRUE(waitForLog(tail, "VEK service started")) << readAll(host_ + "/vekd.stderr");
             }

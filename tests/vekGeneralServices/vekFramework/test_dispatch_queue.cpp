@@ -88,10 +88,7 @@ TYPED_TEST(BothQueues, StoppingFinishesTheRunningTaskAndDiscardsTheRest)
         } else {
             destroyer = std::thread([&] { queue.reset(); });
             // The quit flag is up once the destructor logs this.
-            const auto deadline = std::chrono::steady_clock::now() + kVekTestPatience;
-            while (!mainLog.contains("Destructor: Joining thread 0") && std::chrono::steady_clock::now() < deadline) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
+            vekEventually([&] { return mainLog.contains("Destructor: Joining thread 0"); }, kVekTestPatience);
         }
         gate.release();
         EXPECT_TRUE(steps.waitFor("running"));

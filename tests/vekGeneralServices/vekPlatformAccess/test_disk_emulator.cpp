@@ -15,6 +15,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -155,6 +156,9 @@ const DecoderCase kDecoderCases[] = {
     {"SasDiskHasNoAtaPassThrough", kSasSsd, {}, ataIdentify(), {"sg_decode_sense", "--file=@"},
      {"Sense key: Illegal Request", "Invalid command operation code"}, true},
 };
+
+// Names a case in test listings by its name alone.
+void PrintTo(const DecoderCase& c, std::ostream* out) { *out << c.name; }
 
 class DiskDecoderTest : public DiskEmulatorTest, public ::testing::WithParamInterface<DecoderCase> {};
 

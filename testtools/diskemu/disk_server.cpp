@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstring>
 #include <regex>
+#include <stdexcept>
 
 namespace diskemu {
 
@@ -192,7 +193,11 @@ void DiskServer::reloadIfChanged()
         return;
     }
     reconcileSockets();
-    changed_(storage_);
+    try {
+        changed_(storage_);
+    } catch (const std::exception& error) {
+        warn(std::string("following the description: ") + error.what());
+    }
 }
 
 const simstorage::Device* DiskServer::servedDevice(int sg) const

@@ -46,7 +46,7 @@ Header readHeader(const Bytes& received)
     if (header.cdbLength == 0 || header.cdbLength > kMaxCdbLength) {
         throw WireError("CDB length " + std::to_string(header.cdbLength) + " out of bounds");
     }
-    if (header.dxferLen > kMaxTransfer) {
+    if (header.dxferLen > (header.direction == kToDevice ? kMaxDataOut : kMaxTransfer)) {
         throw WireError("transfer length " + std::to_string(header.dxferLen) + " out of bounds");
     }
     return header;

@@ -26,6 +26,7 @@ constexpr size_t kRequestHeaderSize = 20;
 // emulator read or hold without end.
 constexpr uint32_t kMaxCdbLength = 260;
 constexpr uint32_t kMaxTransfer = 16u << 20;
+constexpr uint32_t kMaxDataOut = 1u << 20; // held in memory until the request is whole
 
 // How many bytes the request that starts 'received' still lacks (0: it is
 // whole). Throws WireError as soon as the header shows it malformed.

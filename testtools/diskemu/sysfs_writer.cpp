@@ -65,9 +65,9 @@ std::string relativeTarget(const Path& link, const Path& target)
 // its subtrees and its links, which is what goes when the item goes.
 struct Plan {
     std::vector<std::pair<Path, Attributes>> folders;
-    std::vector<std::pair<Path, Path>> links;            // at, target
+    std::vector<std::pair<Path, Path>> links;                   // at, target
     std::vector<std::pair<Path, std::set<std::string>>> prunes; // folder, the children it keeps
-    std::set<std::string> owned;                         // "sys/..." paths
+    std::set<std::string> owned;                                // "sys/..." paths
 
     void own(const Path& path) { owned.insert("sys/" + joined(path)); }
     void link(const Path& at, const Path& target, bool owns = false)
@@ -278,17 +278,16 @@ void layDevice(const Storage& storage, const Hba& hba, const Device& device, Pla
                             {{"bay_identifier", std::to_string(device.bay) + "\n"},
                              {"enclosure_identifier", hex(enclosureIdentifier(storage, hba), 1) + "\n"},
                              {"sas_address", address}}});
-    plan.folders.push_back(
-        {scsi,
-         {{"type", std::to_string(device.deviceType) + "\n"},
-          {"vendor", padded(device.vendor, 8) + "\n"},
-          {"model", padded(device.model, 16) + "\n"},
-          {"rev", revision(device) + "\n"},
-          {"state", std::string(device.state == "offline" ? "offline" : "running") + "\n"},
-          {"vpd_pg80", vpdPage(0x80, device.serial)},
-          {"vpd_pg83", identificationPage(device)},
-          {"inquiry", standardInquiry(device)},
-          {"sas_address", address}}});
+    plan.folders.push_back({scsi,
+                            {{"type", std::to_string(device.deviceType) + "\n"},
+                             {"vendor", padded(device.vendor, 8) + "\n"},
+                             {"model", padded(device.model, 16) + "\n"},
+                             {"rev", revision(device) + "\n"},
+                             {"state", std::string(device.state == "offline" ? "offline" : "running") + "\n"},
+                             {"vpd_pg80", vpdPage(0x80, device.serial)},
+                             {"vpd_pg83", identificationPage(device)},
+                             {"inquiry", standardInquiry(device)},
+                             {"sas_address", address}}});
     plan.folders.push_back({scsi / "scsi_generic" / sg, {}});
     plan.prunes.push_back({scsi / "scsi_generic", {sg}});
     plan.folders.push_back({scsi / "scsi_device" / scsiName, {}});
@@ -302,9 +301,9 @@ void layDevice(const Storage& storage, const Hba& hba, const Device& device, Pla
     }
     plan.prunes.push_back({scsi / "block", device.block.empty() ? std::set<std::string>{} : std::set{device.block}});
     if (device.deviceType == 13) {
-        plan.folders.push_back({scsi / "enclosure" / scsiName,
-                                {{"components", std::to_string(device.bays) + "\n"},
-                                 {"id", hex(wwnValue(device), 1) + "\n"}}});
+        plan.folders.push_back(
+            {scsi / "enclosure" / scsiName,
+             {{"components", std::to_string(device.bays) + "\n"}, {"id", hex(wwnValue(device), 1) + "\n"}}});
         plan.link({"class", "enclosure", scsiName}, scsi / "enclosure" / scsiName, true);
     }
     plan.prunes.push_back(
@@ -553,7 +552,8 @@ void writeSysfs(const std::string& root, const Storage& storage)
     for (bool links : {true, false}) {
         for (const auto& entry : gone) {
             std::error_code error;
-            if (plan.owned.count(entry) == 0 && fs::is_symlink(fs::symlink_status(root + "/" + entry, error)) == links) {
+            if (plan.owned.count(entry) == 0 &&
+                fs::is_symlink(fs::symlink_status(root + "/" + entry, error)) == links) {
                 writer.remove(entry);
             }
         }

@@ -1,12 +1,16 @@
 // diskemu: the disks of a simulated host.
 //
-//     diskemu serve ROOT                  answers SCSI at ROOT/dev/sgN
-//     diskemu set ROOT ID key=value...    changes the description
+//     diskemu serve ROOT                  answers SCSI at ROOT/dev/sgN, lays out ROOT/sys
+//     diskemu set ROOT ID key=value...    changes the description and the sysfs tree
+//     diskemu sync ROOT                   lays out ROOT/sys from ROOT/sim/disks.json
+//     diskemu generate HBAS DISKS_PER_HBA prints a description of plain adapters with disks
 //
 // See README.md beside this file.
 
 #include "disk_server.h"
+#include "storage_generator.h"
 #include "storage_model.h"
+#include "sysfs_writer.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -17,6 +21,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <string>
 #include <thread>
 
@@ -37,16 +42,26 @@ int fail(std::string text)
 
 int usage()
 {
-    return fail("usage: diskemu serve ROOT | diskemu set ROOT ID key=value...");
+    return fail("usage: diskemu serve ROOT | diskemu set ROOT ID key=value... | diskemu sync ROOT | "
+                "diskemu generate HBAS DISKS_PER_HBA");
 }
 
-// The one place where the host's other views of its storage follow the
-// description, each time it is taken (serve) or changed (set): the sysfs
-// tree's writer belongs here.
+// The one place where the host's other view of its storage, the sysfs tree,
+// follows the description, each time it is taken (serve) or changed (set).
 void publishStorage(const std::string& root, const simstorage::Storage& storage)
 {
-    (void)root;
-    (void)storage;
+    simstorage::writeSysfs(root, storage);
+}
+
+bool wholeNumber(const char* text, int& value)
+{
+    char* end = nullptr;
+    const long number = std::strtol(text, &end, 10);
+    if (end == text || *end != '\0' || number < 0 || number > 100000) {
+        return false;
+    }
+    value = static_cast<int>(number);
+    return true;
 }
 
 int serve(const std::string& root)
@@ -103,9 +118,10 @@ int set(const std::string& root, const std::string& id, int count, char** assign
         for (int i = 0; i < count; ++i) {
             simstorage::apply(storage, id, assignments[i]);
         }
-        simstorage::save(path, storage);
+        // The tree first: a change it can't show leaves the description as it was.
         publishStorage(root, storage);
-    } catch (const simstorage::ModelError& error) {
+        simstorage::save(path, storage);
+    } catch (const std::exception& error) {
         return fail(error.what());
     }
     return 0;
@@ -120,6 +136,20 @@ int main(int argc, char** argv)
     }
     if (argc >= 5 && std::strcmp(argv[1], "set") == 0) {
         return set(argv[2], argv[3], argc - 4, argv + 4);
+    }
+    try {
+        int hbas = 0, disks = 0;
+        if (argc == 3 && std::strcmp(argv[1], "sync") == 0) {
+            publishStorage(argv[2], simstorage::load(simstorage::descriptionPath(argv[2])));
+            return 0;
+        }
+        if (argc == 4 && std::strcmp(argv[1], "generate") == 0 && wholeNumber(argv[2], hbas) &&
+            wholeNumber(argv[3], disks)) {
+            std::cout << simstorage::render(simstorage::generate(hbas, disks));
+            return std::cout.flush() ? 0 : 1;
+        }
+    } catch (const std::exception& error) {
+        return fail(error.what());
     }
     return usage();
 }

@@ -68,6 +68,8 @@ public:
     SysFsTreeElement* addChildtoBack(std::unique_ptr<SysFsTreeElement> child);
     const std::vector<std::unique_ptr<SysFsTreeElement>>& getChildren() const;
     SysFsTreeElement* findChild(const std::string& name) const;
+    // Drops the children, for a rebuild of the part below this element.
+    void clearChildren();
 
 private:
     std::unique_ptr<SysFsElement> element_;

@@ -18,8 +18,10 @@ export VEK_BUILD_DIR=$build
 made_host=
 made_spool=
 spool=
+disks=
 cleanup() {
     set +e
+    if [ -n "$disks" ]; then kill -TERM "$disks" 2>/dev/null; wait "$disks" 2>/dev/null; fi
     [ -n "$spool" ] && "$here/testtools/rmcemu/rmc-emu.sh" stop "$spool" >/dev/null 2>&1
     if [ -n "$made_host" ] || [ -n "$made_spool" ]; then
         rm -rf "$build/last-run"
@@ -44,6 +46,24 @@ export PATH="$VEK_ROOT/bin:$PATH"
 export LD_LIBRARY_PATH="$build/testtools/lib${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
 export VEK_TIME_SCALE=${VEK_TIME_SCALE:-60}
 
+# The host's disks: the emulator lays out their sysfs tree and answers their
+# SCSI at dev/sgN, for as long as the service runs.
+if [ -f "$VEK_ROOT/sim/disks.json" ]; then
+    "$build/testtools/diskemu/diskemu" serve "$VEK_ROOT" >"$VEK_ROOT/sim/diskemu.log" 2>&1 &
+    disks=$!
+    # Wait (bounded) for its ready line, so the service's first look finds the disks.
+    for _ in $(seq 300); do
+        grep -q 'ready' "$VEK_ROOT/sim/diskemu.log" 2>/dev/null && break
+        kill -0 "$disks" 2>/dev/null || break
+        sleep 0.1
+    done
+    if ! grep -q 'ready' "$VEK_ROOT/sim/diskemu.log" 2>/dev/null; then
+        echo "The disk emulator did not start:" >&2
+        cat "$VEK_ROOT/sim/diskemu.log" >&2
+        exit 1
+    fi
+fi
+
 # The emulated RMC, on a state folder of its own.
 if [ -z "${VEK_RMC_SPOOL:-}" ]; then made_spool=1; fi
 rmc=$("$here/testtools/rmcemu/rmc-emu.sh" start)
@@ -58,6 +78,7 @@ echo "Service log:    $log"
 echo "Debug log:      $debug"
 echo "Emulated RMC:   $VEK_IPMI_EXTERNAL, received commands in $spool"
 echo "                (ipmitool -I lan -H 127.0.0.1 -p $lanport -U admin -P admin ...)"
+[ -n "$disks" ] && echo "Disk emulator:  $VEK_ROOT/dev/sgN (change a disk: $build/testtools/diskemu/diskemu set $VEK_ROOT d0 health=failed)"
 echo "Press Ctrl-C to stop the service${VEK_RUN_SECONDS:+ (it stops by itself after ${VEK_RUN_SECONDS}s)}."
 echo
 

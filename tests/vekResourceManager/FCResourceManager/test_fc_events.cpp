@@ -156,6 +156,19 @@ TEST_F(FCEventsTest, EachChangeGivesTheEventOfItsTable)
     EXPECT_EQ(saved.at(0).getStatusJson()["State"].asString(), "Online");
 }
 
+// What the test event server asks of this family: a fixed sample adapter.
+TEST_F(FCEventsTest, TestEventCarriesTheSampleAdapter)
+{
+    FCResourceManager::getInstance().generateTestEvent(386, "");
+    ASSERT_TRUE(channel.waitFor("MPEventGen", 1));
+    const Json::Value event = parse(channel.payloads("MPEventGen").at(0));
+    EXPECT_EQ(event["ID"].asInt(), 386);
+    EXPECT_EQ(event["Source"].asString(), "VEK-CLI");
+    EXPECT_EQ(event["EventTime"].asString(), "NOT AVAILABLE");
+    EXPECT_EQ(event["VariableData"]["EventInfo"].asString(), "Injected Event");
+    EXPECT_EQ(event["VariableData"]["Data"]["Oem"]["Description"].asString(), "PCI 0000:c3:00.0 r001u01p0i00");
+}
+
 // The service on the rack server: both HBAs in the inventory, and a port
 // taken down and brought back reaches the RMC as 386 then 1391.
 TEST(FCServiceTest, PortDownAndUpReachTheRmcInOrder)

@@ -2,7 +2,7 @@
 # Installs what the project needs from Debian's packages (root or sudo).
 set -euo pipefail
 
-PACKAGES=(build-essential cmake ninja-build pkg-config libjsoncpp-dev libgtest-dev googletest openipmi libopenipmi-dev ipmitool dmidecode freeipmi-tools pci.ids sg3-utils hdparm)
+PACKAGES=(build-essential cmake ninja-build pkg-config libjsoncpp-dev libgtest-dev googletest openipmi libopenipmi-dev ipmitool dmidecode freeipmi-tools pci.ids sg3-utils hdparm libhbaapi-dev libhbalinux2 libhbaapi2)
 
 missing=()
 for p in "${PACKAGES[@]}"; do

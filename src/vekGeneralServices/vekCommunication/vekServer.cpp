@@ -1,5 +1,6 @@
 #include "vekServer.h"
 
+#include "FCResourceManager/FCResourceManager.h"
 #include "HostResourceManager/HostResourceManager.h"
 #include "IELEvent.h"
 #include "NICResourceManager/NICResourceManager.h"
@@ -333,7 +334,10 @@ bool vekServer::generateTestEvent(int eventId, int resource, const std::string& 
             NICResourceManager::getInstance().generateTestEvent(eventId, details);
             generated = true;
             break;
-        case 4:  // FCResourceManager::generateTestEvent(eventId, details)
+        case 4:
+            FCResourceManager::getInstance().generateTestEvent(eventId, details);
+            generated = true;
+            break;
         case 5:  // SASResourceManager::generateTestEvent(eventId, details, 0)
         case 6:  // NVMeResourceManager::generateTestEvent(eventId, details, 0)
             // These managers are not part of the service yet: until they are,

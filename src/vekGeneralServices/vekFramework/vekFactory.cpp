@@ -1,5 +1,6 @@
 #include "vekFactory.h"
 
+#include "FCResourceManager/FCResourceManager.h"
 #include "HostResourceManager/HostResourceManager.h"
 #include "NICResourceManager/NICResourceManager.h"
 #include "vekResourceIds.h"
@@ -10,6 +11,8 @@ vekResourceManager* vekFactory::createInstance(int id)
     // getInstance(). This switch is the one place that knows which ids have
     // a manager.
     switch (id) {
+    case vekResourceIds::FIBRE_CHANNEL:
+        return &FCResourceManager::getInstance();
     case vekResourceIds::HOST:
         return &HostResourceManager::getInstance();
     case vekResourceIds::ETHERNET:

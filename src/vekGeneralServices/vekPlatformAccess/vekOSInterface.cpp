@@ -44,6 +44,11 @@ vekSmbiosInterface& vekOSInterface::getSmbiosInterface()
     throw osi_exceptions::osi_not_implemeted();
 }
 
+vekFCInterface* vekOSInterface::getFCInterface()
+{
+    throw osi_exceptions::osi_not_implemeted();
+}
+
 vekSubModulesInterface* vekOSInterface::getIBInterface()
 {
     throw osi_exceptions::osi_not_implemeted();

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+class vekFCInterface;
 class vekGeoIDOSInterface;
 class vekNICInterface;
 class vekPCIeManufacturerResolver;
@@ -41,6 +42,7 @@ public:
     virtual vekGeoIDOSInterface* getGeoIDInterface();
     virtual vekSubModulesInterface* getNvdimmInterface();
     virtual vekSmbiosInterface& getSmbiosInterface();
+    virtual vekFCInterface* getFCInterface();
     virtual vekSubModulesInterface* getIBInterface();
     virtual vekSubModulesInterface* getPerformanceTMInterface();
     virtual vekPCIeManufacturerResolver* getPCIeManufacturerResolverInterface();

@@ -1,5 +1,6 @@
 #include "vekVmwareOSInterface.h"
 
+#include "FCResourceManager/vekFCVMwareInterface.h"
 #include "NICResourceManager/vekNICVmwareInterface.h"
 #include "vekGeoIDOSInterface.h"
 #include "vekPCIeManufacturerResolver.h"
@@ -24,6 +25,7 @@ vekVmwareOSInterface& vekVmwareOSInterface::getInstance(vekSmbiosInterface& smbi
 vekVmwareOSInterface::vekVmwareOSInterface(vekSmbiosInterface& smbios)
     : smbios_(smbios),
       nic_(new vekNICVmwareInterface(smbios, *this)),
+      fc_(new vekFCVMwareInterface(smbios, *this)),
       geoID_(new vekGeoIDVMwareInterface(*this, smbios)),
       resolver_(new vekVMwarePCIeManufacturerResolver(smbios, *this))
 {
@@ -32,6 +34,11 @@ vekVmwareOSInterface::vekVmwareOSInterface(vekSmbiosInterface& smbios)
 vekNICInterface* vekVmwareOSInterface::getNICInterface()
 {
     return nic_.get();
+}
+
+vekFCInterface* vekVmwareOSInterface::getFCInterface()
+{
+    return fc_.get();
 }
 
 vekPCIeManufacturerResolver* vekVmwareOSInterface::getPCIeManufacturerResolverInterface()

@@ -22,6 +22,7 @@ public:
     int UnInitialize() override;
     std::map<std::string, std::string> getPciIdInfo(std::string pciAddress) override;
     vekNICInterface* getNICInterface() override;
+    vekFCInterface* getFCInterface() override;
     vekGeoIDOSInterface* getGeoIDInterface() override { return geoID_.get(); }
     vekPCIeManufacturerResolver* getPCIeManufacturerResolverInterface() override;
 
@@ -31,6 +32,7 @@ private:
     vekSmbiosInterface& smbios_;
     // Made in this order, deleted in the reverse one.
     std::unique_ptr<vekNICInterface> nic_;
+    std::unique_ptr<vekFCInterface> fc_;
     std::unique_ptr<vekGeoIDOSInterface> geoID_;
     std::unique_ptr<vekPCIeManufacturerResolver> resolver_;
 };

@@ -1,0 +1,72 @@
+// The Fibre Channel Resource Manager on the rack server: a host whose HBAs
+// report nothing yet, then both HBAs; its thread, inventory and stop.
+
+#include "FCResourceManager/FCResourceManager.h"
+#include "vekFactory.h"
+#include "vekLocationTestHost.h"
+#include "vekResourceIds.h"
+#include "vekTestInventoryPush.h"
+#include "vekTestRoot.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+TEST(FCResourceManagerTest, WithoutCardsItRunsQuietlyAndWatchesOnceTheyCome)
+{
+    vekTestRoot root;
+    setenv("VEK_TIME_SCALE", "1000", 1);
+    const std::string profile = std::string(VEK_SIMHOST_DIR) + "/profiles/rack-type4";
+    ASSERT_EQ(system(("cp -r '" + profile + "/.' '" + root.path() + "'").c_str()), 0);
+    root.makeDirectory("/opt/zolvek/tmp");
+    root.writeConfig(R"({"EnableResources": ["FibreChannelDevices"],
+                         "CacheRefreshInSeconds": {"FibreChannelDevices": 20}})");
+    for (const char* vendor : {"/sim/libfakehba_qlogic.json", "/sim/libfakehba_emulex.json"}) {
+        root.writeFile(vendor, R"({"adapters": []})");
+    }
+    vekLocationTestHost host{root};
+    vekPlatformServices& services = host.services();
+    vekLogTail log(vekTestDebugLogPath());
+    vekLogTail mainLog(vekTestMainLogPath());
+
+    FCResourceManager& fc = FCResourceManager::getInstance();
+    EXPECT_EQ(vekFactory().createInstance(vekResourceIds::FIBRE_CHANNEL), &fc);
+    std::thread job([&] { fc.init(services); });
+    struct StopOnExit {
+        FCResourceManager& fc;
+        std::thread& job;
+        ~StopOnExit()
+        {
+            fc.stopResourceManagerJob();
+            job.join();
+        }
+    } stopOnExit{fc, job};
+
+    ASSERT_TRUE(vekWaitForLog(log, "Refreshing FC cache", 3));
+    EXPECT_EQ(vekLogCount(mainLog, "discoverFibreChannelDevices() completed, zero FC cards identified"), 1u);
+    EXPECT_TRUE(fc.isInventoryReady(0));
+    EXPECT_TRUE(fc.isRunning());
+    EXPECT_EQ(fc.getEventManager(), nullptr);
+
+    // The cards answer: the next build lists them and their watch begins.
+    for (const char* vendor : {"/sim/libfakehba_qlogic.json", "/sim/libfakehba_emulex.json"}) {
+        ASSERT_EQ(system(("cp '" + profile + vendor + "' '" + root.path() + vendor + "'").c_str()), 0);
+    }
+    ASSERT_TRUE(vekEventually([&] { return fc.getEventManager() != nullptr; }));
+    std::vector<Json::Value> inventory;
+    ASSERT_TRUE(vekEventually([&] {
+        inventory.clear();
+        return !fc.getInventoryJsonObject(inventory) && inventory.size() == 4;
+    }));
+    EXPECT_EQ(inventory[1]["WWNN"].asString(), "20:00:f4:c7:aa:1c:35:e1");
+    EXPECT_EQ(inventory[1]["Status"]["State"].asString(), "Linkdown");
+    EXPECT_EQ(inventory[2]["Manufacturer"].asString(), "Emulex Corporation");
+    EXPECT_TRUE(fc.isRunning());
+}
+
+} // namespace

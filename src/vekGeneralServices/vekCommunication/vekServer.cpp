@@ -3,6 +3,7 @@
 #include "HostResourceManager/HostResourceManager.h"
 #include "IELEvent.h"
 #include "NICResourceManager/NICResourceManager.h"
+#include "SASResourceManager.h"
 #include "vekConfig.h"
 #include "vekEvent.h"
 #include "vekGlobalDef.h"
@@ -333,8 +334,10 @@ bool vekServer::generateTestEvent(int eventId, int resource, const std::string& 
             NICResourceManager::getInstance().generateTestEvent(eventId, details);
             generated = true;
             break;
+        case 5:
+            generated = SASResourceManager::getInstance().generateTestEvent(eventId, details, false);
+            break;
         case 4:  // FCResourceManager::generateTestEvent(eventId, details)
-        case 5:  // SASResourceManager::generateTestEvent(eventId, details, 0)
         case 6:  // NVMeResourceManager::generateTestEvent(eventId, details, 0)
             // These managers are not part of the service yet: until they are,
             // no event can be made for them and the client hears so.

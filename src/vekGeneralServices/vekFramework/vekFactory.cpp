@@ -2,6 +2,7 @@
 
 #include "HostResourceManager/HostResourceManager.h"
 #include "NICResourceManager/NICResourceManager.h"
+#include "SASResourceManager.h"
 #include "vekResourceIds.h"
 
 vekResourceManager* vekFactory::createInstance(int id)
@@ -12,6 +13,8 @@ vekResourceManager* vekFactory::createInstance(int id)
     switch (id) {
     case vekResourceIds::HOST:
         return &HostResourceManager::getInstance();
+    case vekResourceIds::STORAGE:
+        return &SASResourceManager::getInstance();
     case vekResourceIds::ETHERNET:
         return &NICResourceManager::getInstance();
     default:

@@ -191,3 +191,36 @@ inline void vekWriteScsiHost(const vekTestRoot& root, int host, const std::strin
         link("../../../devices/" + bus + "/" + pci, "/sys/bus/pci/devices/" + pci);
     }
 }
+
+// A SCSI device behind that host at a target (a disk: type 0 in a bay; an
+// enclosure services device: type 13 with its slot count), without a generic
+// device node.
+inline void vekWriteScsiDevice(const vekTestRoot& root, int host, int target, const std::string& pci, int type,
+                               int bayOrSlots, const std::string& serial)
+{
+    const std::string h = std::to_string(host), t = std::to_string(target);
+    const std::string name = h + ":0:" + t + ":0";
+    const std::string endDevice = "/sys/devices/pci0000:" + pci.substr(5, 2) + "/" + pci + "/host" + h + "/port-" + h +
+                                  ":" + t + "/end_device-" + h + ":" + t;
+    const std::string device = endDevice + "/target" + h + ":0:" + t + "/" + name;
+    root.writeFile(device + "/type", std::to_string(type) + "\n");
+    root.writeFile(device + "/vendor", "SEAGATE \n");
+    root.writeFile(device + "/model", type == 0 ? "ST2400MM0129    \n" : "VirtualSES      \n");
+    root.writeFile(device + "/state", "running\n");
+    root.writeFile(device + "/vpd_pg80", std::string("\x00\x80\x00", 3) + static_cast<char>(serial.size()) + serial);
+    root.makeDirectory(device + "/scsi_device/" + name);
+    if (symlink(("../../../" + name).c_str(), root.hostPath(device + "/scsi_device/" + name + "/device").c_str()) != 0) {
+        ADD_FAILURE() << "symlink device of " << name;
+    }
+    if (type == 0) {
+        root.writeFile(endDevice + "/sas_device/end_device-" + h + ":" + t + "/bay_identifier",
+                       std::to_string(bayOrSlots) + "\n");
+    } else {
+        root.writeFile(device + "/enclosure/" + name + "/components", std::to_string(bayOrSlots) + "\n");
+    }
+    root.makeDirectory("/sys/class/scsi_device");
+    const std::string at = root.hostPath("/sys/class/scsi_device/" + name);
+    if (symlink(("../../" + device.substr(5) + "/scsi_device/" + name).c_str(), at.c_str()) != 0) {
+        ADD_FAILURE() << "symlink " << at;
+    }
+}

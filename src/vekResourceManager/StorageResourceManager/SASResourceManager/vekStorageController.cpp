@@ -68,12 +68,24 @@ int numberOfPathElement(const std::string& path, const std::string& prefix)
     return -1;
 }
 
-// The host path of the SCSI device, links resolved; empty when not a link.
-std::string devicePathOf(const SysFs& sysfs, const std::string& scsiName)
+// The host path of the SCSI device's own directory (the class link leads to
+// its "scsi_device/<name>" inside); empty when the name is no link.
+std::string devicePathOf(SysFs& sysfs, const std::string& scsiName)
 {
     const std::string link = std::string(kScsiDeviceClass) + "/" + scsiName;
-    const std::string target = sysfs.resolve(link);
-    return target == link ? std::string() : target;
+    std::string target = sysfs.resolve(link);
+    if (target == link) {
+        sysfs.synchronize(kScsiDeviceClass);
+        target = sysfs.resolve(link);
+    }
+    if (target == link) {
+        return std::string();
+    }
+    const std::string inside = "/scsi_device/" + scsiName;
+    if (target.size() > inside.size() && target.compare(target.size() - inside.size(), inside.size(), inside) == 0) {
+        target.erase(target.size() - inside.size());
+    }
+    return target;
 }
 
 void markOfflineCritical(vekStatusInfo& status)

@@ -166,4 +166,36 @@ TEST_F(StorageFactoryTest, AdaptersOfTheTableAreFoundLeaveAndReturn)
     factory.shutdownFactory();
 }
 
+TEST_F(StorageFactoryTest, DisksAndTheEnclosureBehindTheAdapterAreFoundInTheirPlaces)
+{
+    vekWriteScsiHost(root, 2, "0000:5e:00.0", 0x1000, 0x00E6);
+    vekWriteScsiDevice(root, 2, 0, "0000:5e:00.0", 0, 4, "WBN0A");
+    vekWriteScsiDevice(root, 2, 8, "0000:5e:00.0", 13, 8, "ENC1");
+    vekWriteScsiHost(root, 3, "0000:af:00.0", 0x1000, 0x0097);
+    vekWriteScsiDevice(root, 3, 0, "0000:af:00.0", 0, 1, "OTHER");
+    std::vector<IvekStorageController*> found;
+    ASSERT_EQ(factory.discoverControllers(found), 2);
+    IvekStorageController* adapter = found.at(0)->getPciLocation() == "0000:5e:00.0" ? found[0] : found[1];
+
+    std::vector<vekDiskInfo> disks;
+    ASSERT_EQ(adapter->discoverPhysicalDiskInventory(disks), 1);
+    EXPECT_EQ(disks[0].getSerialNumber(), "WBN0A");
+    EXPECT_EQ(disks[0].getSlot(), "4");
+    EXPECT_EQ(disks[0].getEnclosureBox(), 1);
+    // No generic device to ask: offline, and the text says why.
+    EXPECT_EQ(vekResourceStateMap[disks[0].getState()], "Offline");
+    EXPECT_EQ(disks[0].getEventInfoString(), "SCSI generic device for SCSI link 2:0:0:0 not available.");
+
+    std::vector<vekStorageEnclosureInfo> enclosures;
+    ASSERT_EQ(adapter->discoverStorageEnclosureInventory(enclosures), 1);
+    EXPECT_EQ(enclosures[0].getSerialNumber(), "ENC1");
+    EXPECT_EQ(enclosures[0].getBayCount(), 8);
+    EXPECT_EQ(enclosures[0].getBox(), 1);
+    EXPECT_EQ(enclosures[0].getControllerPCILocation(), "0000:5e:00.0");
+    for (IvekStorageController* controller : found) {
+        controller->releaseReference();
+    }
+    factory.shutdownFactory();
+}
+
 } // namespace

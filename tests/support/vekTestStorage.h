@@ -61,9 +61,12 @@ inline vekDiskInfo vekTestDisk(const std::string& serial, int bay, VEK_RESOURCE_
 // rack server of type 4 (the process's current services).
 class vekStorageEventsHost {
 public:
-    explicit vekStorageEventsHost(const vekTestRoot& root) : host_(root)
+    // ownTable false: the SMBIOS table the root already holds (a profile's).
+    explicit vekStorageEventsHost(const vekTestRoot& root, bool ownTable = true) : host_(root)
     {
-        host_.writeTable(4, "[]");
+        if (ownTable) {
+            host_.writeTable(4, "[]");
+        }
         services_ = &host_.services();
         services_->SetIELEventResolver(new IELEventMap::IELEventTRB());
         services_->SetCommunicationService(com_);

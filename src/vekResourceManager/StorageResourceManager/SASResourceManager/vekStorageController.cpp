@@ -11,6 +11,7 @@
 #include "vekPCIVendorsMap.h"
 #include "vekPCIeManufacturerResolver.h"
 #include "vekPhysLocFactory.h"
+#include "vekSCMServerChassisManager.h"
 #include "vekScsiInfo.h"
 
 #include <strings.h>
@@ -192,6 +193,15 @@ int vekStorageController::discoverInventory(vekStorageControllerInfo& info)
     }
     currentInfo_.setPhysicalLocation(vekPhysLocFactory::getPhysLocInterface()->getPhysLocForPCIDevice(PciLocation));
     currentInfo_.setDescription("PCI " + PciLocation + " " + vekIOGeoIDHelper::getInstance().getGeoIDStr(PciLocation));
+    try {
+        _VEK_DEVICE_FORM_FACTOR formFactor = VEK_FORM_FACTOR_UNKNOWN;
+        if (vekSCM::ServerChassisManagerFactory::getServerChassisManager().getPCIDeviceFormFactor(PciLocation,
+                                                                                                  formFactor) == 0) {
+            currentInfo_.setFormFactor(formFactor);
+        }
+    } catch (const std::exception& e) {
+        VEK_LOG_DEBUG(TAG, "%s: Form factor unknown: %s", PciLocation.c_str(), e.what());
+    }
     VEK_LOG_DEBUG(TAG, "pciloc=[%s] phyloc=[%s] Description=[%s]", PciLocation.c_str(),
                   currentInfo_.getPhysicalLocation().c_str(), currentInfo_.getDescription().c_str());
     computeControllerStatus();

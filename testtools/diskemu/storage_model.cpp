@@ -2,6 +2,8 @@
 
 #include <json/json.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -298,7 +300,8 @@ std::string render(const Storage& storage)
 void save(const std::string& path, const Storage& storage)
 {
     check(storage);
-    const std::string temporary = path + ".new";
+    // A name of this process's own, so that two writers never share one.
+    const std::string temporary = path + ".new." + std::to_string(getpid());
     {
         std::ofstream out(temporary, std::ios::trunc);
         out << render(storage);

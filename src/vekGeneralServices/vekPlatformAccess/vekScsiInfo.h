@@ -36,15 +36,19 @@ enum VEK_SCSI_RESULT : int {
 };
 
 // True for a result that means "this disk does not have that page", as
-// opposed to a disk that failed to answer.
+// opposed to a disk that failed to answer: a short or foreign page, ILLEGAL
+// REQUEST, and ABORTED COMMAND (how a translation layer reports an ATA disk's
+// refusal of a log page it lacks).
 bool vekScsiIsNotSupported(int result);
 
 // The one pass-through: SG_IO on a character device, or, when the descriptor
 // names a Unix socket node (opened by vekScsiOpenGenericDevice), one request
 // to the disk emulator behind it, connected and closed per request. Returns what ioctl would: 0, or -1 with errno set (EIO when the
-// emulator's connection fails or closes early). Fills resid, sb_len_wr,
-// status, masked_status, host_status, driver_status and info as the kernel
-// does, and never writes past dxfer_len or mx_sb_len.
+// emulator's connection fails or closes early, ETIMEDOUT when it does not
+// answer within the request's timeout, scaled by VEK_TIME_SCALE but never
+// below 2 s). Fills resid, sb_len_wr, status, masked_status, host_status,
+// driver_status and info as the kernel does, and never writes past dxfer_len
+// or mx_sb_len: what an emulator sends beyond them is read and dropped.
 int vekScsiPassThrough(int fd, sg_io_hdr_t* io);
 
 // Opens a generic device node under the path root ("sg3" or "/dev/sg3"): a
@@ -52,9 +56,11 @@ int vekScsiPassThrough(int fd, sg_io_hdr_t* io);
 // descriptor. Returns the descriptor or -1 with errno set (ENODEV, ENXIO...).
 int vekScsiOpenGenericDevice(const std::string& sgName);
 
-// Checks the completed record: 0 when the command succeeded, else the code of
-// its fixed-format sense key (or VEK_SCSI_COMMAND_FAILED), with the record
-// logged under 'name'.
+// Checks the completed record: 0 when the command succeeded (also with sense
+// key NO SENSE or RECOVERED ERROR), else the code of its sense key (fixed
+// format, or descriptor format) or VEK_SCSI_COMMAND_FAILED, with the record
+// logged under 'name'. The sense is read through the record's sbp; 'buffer',
+// the command's data, is not needed for the verdict.
 int process_scsi_completion(const sg_io_hdr_t& io, const unsigned char* buffer, const char* name);
 
 // --- SCSI (SAS) pages -------------------------------------------------------
@@ -67,6 +73,7 @@ int get_sas_pwron(int fd);                                // hours, or a negativ
 int get_sas_health(int fd);                               // (ASC << 8) | ASCQ, 0 when healthy
 
 int get_identify_info(int fd, std::vector<unsigned char>& inquiry);
+// Bytes 36-55 of standard inquiry data; when empty, VPD page 80h instead.
 int get_unit_sn_from_device_inquiry(int fd, std::string& serial);
 int get_unit_sn_from_device_vpd_pg80(int fd, std::string& serial);
 int is_unit_ssd(int fd);                                  // 1, 0, or a negative result
@@ -75,7 +82,9 @@ int is_unit_smart(int fd);                                // 1, 0, or a negative
 int get_scsi_transport_protocol(int fd);                  // protocol identifier (6 SAS), or negative
 int get_disk_capacity(int fd, uint64_t& bytes);
 int get_defect_data_size(int fd);                         // defect list length, or negative
-int get_unit_speed(int fd);                               // link speed word, or negative
+// Negotiated logical link rate of the first phy (mode page 19h/01h): 8h 1.5,
+// 9h 3, Ah 6, Bh 12, Ch 22.5 Gbit/s; or negative.
+int get_unit_speed(int fd);
 
 // --- ATA through ATA PASS-THROUGH(16) -----------------------------------------
 int get_sata_DiskRev(int fd, std::string& revision);
@@ -107,7 +116,10 @@ std::string inq_parse_rev(const std::vector<unsigned char>& inquiry);
 int inq_parse_type(const std::vector<unsigned char>& inquiry);
 
 // --- Sysfs readers: "/sys/class/scsi_device/<name>/device/..." under the path root.
-// A string reader gives "" when the attribute is absent or unreadable.
+// A string reader gives the attribute's first line trimmed of blanks ("ATA",
+// not "ATA     "), or "" when it is absent or unreadable. The serial number
+// readers fall back from VPD page 80 to the inquiry data; the size readers
+// give -1 when the file is missing or not a number.
 std::string get_DiskType(const std::string& scsiName);
 std::string get_DiskModel(const std::string& scsiName);
 std::string get_sas_DiskRev(const std::string& scsiName);

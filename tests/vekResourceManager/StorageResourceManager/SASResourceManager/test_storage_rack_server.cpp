@@ -2,8 +2,6 @@
 // disk emulator: the inventory, and a disk that fails, recovers, is swapped,
 // leaves and comes back, as the RMC receives it.
 
-#if __has_include("vekDiskEmulator.h")
-
 #include "SASResourceManager.h"
 #include "vekDiskEmulator.h"
 #include "vekTestStorage.h"
@@ -36,7 +34,6 @@ protected:
         setenv("VEK_TIME_SCALE", "100", 1);
         ASSERT_EQ(system(("cp -r '" + profile + "/.' '" + root.path() + "'").c_str()), 0);
         disks.reset(new vekDiskEmulator(root.path()));
-        layOut();
         events.reset(new vekStorageEventsHost(root, false));
         job = std::thread([this] { sas.init(events->services()); });
     }
@@ -48,20 +45,8 @@ protected:
         }
     }
 
-    // The sysfs tree follows the description (idempotent where the emulator
-    // already lays it out itself).
-    void layOut()
-    {
-        const std::string simstorage = std::string(VEK_BINARY_DIR) + "/testtools/diskemu/simstorage";
-        if (access(simstorage.c_str(), X_OK) == 0) {
-            ASSERT_EQ(vekRunProgram({simstorage, "sync", root.path()}).status, 0);
-        }
-    }
-    void set(const std::string& id, const std::string& assignment)
-    {
-        disks->set(id, {assignment});
-        layOut();
-    }
+    // The emulator changes the description and the sysfs tree in one step.
+    void set(const std::string& id, const std::string& assignment) { disks->set(id, {assignment}); }
 
     // The first SAS disk of the description.
     Json::Value sasDisk(int skip = 0)
@@ -153,4 +138,3 @@ TEST_F(StorageOnTheRackServerTest, DisksFailRecoverAreSwappedLeaveAndComeBack)
 
 } // namespace
 
-#endif

@@ -118,9 +118,11 @@ int set(const std::string& root, const std::string& id, int count, char** assign
         for (int i = 0; i < count; ++i) {
             simstorage::apply(storage, id, assignments[i]);
         }
-        // The tree first: a change it can't show leaves the description as it was.
-        publishStorage(root, storage);
+        // The description first: the disks answer as described before the
+        // tree shows the change, as a real disk is there before the kernel
+        // has seen it.
         simstorage::save(path, storage);
+        publishStorage(root, storage);
     } catch (const std::exception& error) {
         return fail(error.what());
     }

@@ -4,6 +4,7 @@
 #include "HostResourceManager/HostResourceManager.h"
 #include "IELEvent.h"
 #include "NICResourceManager/NICResourceManager.h"
+#include "SASResourceManager.h"
 #include "vekConfig.h"
 #include "vekEvent.h"
 #include "vekGlobalDef.h"
@@ -338,10 +339,12 @@ bool vekServer::generateTestEvent(int eventId, int resource, const std::string& 
             FCResourceManager::getInstance().generateTestEvent(eventId, details);
             generated = true;
             break;
-        case 5:  // SASResourceManager::generateTestEvent(eventId, details, 0)
+        case 5:
+            generated = SASResourceManager::getInstance().generateTestEvent(eventId, details, false);
+            break;
         case 6:  // NVMeResourceManager::generateTestEvent(eventId, details, 0)
-            // These managers are not part of the service yet: until they are,
-            // no event can be made for them and the client hears so.
+            // The NVMe manager is not part of the service yet: until it is,
+            // no event can be made for it and the client hears so.
             break;
         case 7:
             return true;

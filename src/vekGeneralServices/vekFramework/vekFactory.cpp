@@ -3,6 +3,7 @@
 #include "FCResourceManager/FCResourceManager.h"
 #include "HostResourceManager/HostResourceManager.h"
 #include "NICResourceManager/NICResourceManager.h"
+#include "SASResourceManager.h"
 #include "vekResourceIds.h"
 
 vekResourceManager* vekFactory::createInstance(int id)
@@ -15,6 +16,8 @@ vekResourceManager* vekFactory::createInstance(int id)
         return &FCResourceManager::getInstance();
     case vekResourceIds::HOST:
         return &HostResourceManager::getInstance();
+    case vekResourceIds::STORAGE:
+        return &SASResourceManager::getInstance();
     case vekResourceIds::ETHERNET:
         return &NICResourceManager::getInstance();
     default:

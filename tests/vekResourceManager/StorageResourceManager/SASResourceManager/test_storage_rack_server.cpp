@@ -1,0 +1,140 @@
+// The storage manager on the bundled rack server with its disks served by the
+// disk emulator: the inventory, and a disk that fails, recovers, is swapped,
+// leaves and comes back, as the RMC receives it.
+
+#include "SASResourceManager.h"
+#include "vekDiskEmulator.h"
+#include "vekTestStorage.h"
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+class StorageOnTheRackServerTest : public vekRootTest {
+protected:
+    void SetUp() override
+    {
+        const std::string profile = std::string(VEK_SIMHOST_DIR) + "/profiles/rack-type4";
+        std::ifstream description(profile + "/sim/disks.json");
+        if (!description) {
+            GTEST_SKIP() << "the profile describes no storage";
+        }
+        std::stringstream text;
+        text << description.rdbuf();
+        storage = vekRecordingChannel::parse(text.str());
+        // Ten-second polls in a tenth of a second.
+        setenv("VEK_TIME_SCALE", "100", 1);
+        ASSERT_EQ(system(("cp -r '" + profile + "/.' '" + root.path() + "'").c_str()), 0);
+        disks.reset(new vekDiskEmulator(root.path()));
+        events.reset(new vekStorageEventsHost(root, false));
+        job = std::thread([this] { sas.init(events->services()); });
+    }
+    void TearDown() override
+    {
+        if (job.joinable()) {
+            sas.stopResourceManagerJob();
+            job.join();
+        }
+    }
+
+    // The emulator changes the description and the sysfs tree in one step.
+    void set(const std::string& id, const std::string& assignment) { disks->set(id, {assignment}); }
+
+    // The first SAS disk of the description.
+    Json::Value sasDisk(int skip = 0)
+    {
+        for (const Json::Value& device : storage["devices"]) {
+            if (device.get("deviceType", 0).asInt() == 0 && device.get("transport", "SAS").asString() == "SAS" &&
+                skip-- == 0) {
+                return device;
+            }
+        }
+        return Json::Value();
+    }
+
+    std::vector<Json::Value> inventory(int type)
+    {
+        std::vector<Json::Value> items;
+        sas.getInventoryJsonObject2(type, items);
+        return items;
+    }
+    Json::Value drive(const std::string& serial)
+    {
+        for (const Json::Value& item : inventory(SASResourceManager::DRIVES)) {
+            if (item["Data"]["SerialNumber"].asString() == serial) {
+                return item;
+            }
+        }
+        return Json::Value();
+    }
+    // The event with that number for that disk, waited for.
+    Json::Value event(int id, const std::string& serial, size_t skip = 0)
+    {
+        Json::Value found;
+        vekEventually([&] {
+            size_t seen = 0;
+            for (const Json::Value& sent : events->events()) {
+                if (sent["ID"].asInt() == id && sent["VariableData"]["Data"]["SerialNumber"].asString() == serial &&
+                    seen++ == skip) {
+                    found = sent;
+                    return true;
+                }
+            }
+            return false;
+        });
+        return found;
+    }
+
+    Json::Value storage;
+    std::unique_ptr<vekDiskEmulator> disks;
+    std::unique_ptr<vekStorageEventsHost> events;
+    SASResourceManager& sas = SASResourceManager::getInstance();
+    std::thread job;
+};
+
+TEST_F(StorageOnTheRackServerTest, DisksFailRecoverAreSwappedLeaveAndComeBack)
+{
+    ASSERT_TRUE(vekEventually([&] { return inventory(SASResourceManager::DRIVES).size() == 6; }));
+    const std::vector<Json::Value> controllers = inventory(SASResourceManager::CONTROLLERS);
+    ASSERT_EQ(controllers.size(), 1u);
+    EXPECT_EQ(controllers[0]["EventInfo"].asString(), "The storage controller port(s) are now online.");
+    EXPECT_EQ(inventory(SASResourceManager::ENCLOSURES).size(), 1u);
+
+    const Json::Value disk = sasDisk();
+    const std::string id = disk["id"].asString(), serial = disk["serial"].asString();
+    set(id, "health=failed");
+    const std::string failed = "Failed to read Informational Exceptions log page from disk drive.";
+    const Json::Value fault = event(538, serial);
+    EXPECT_EQ(fault["VariableData"]["EventInfo"].asString(), failed);
+    EXPECT_NE(fault["PhysicalLocation"].asString(), "");
+    EXPECT_TRUE(vekEventually([&] { return drive(serial)["EventInfo"].asString() == failed; }));
+
+    set(id, "health=ok");
+    EXPECT_EQ(event(540, serial)["VariableData"]["EventInfo"].asString(), "");
+
+    // Another disk in the same bay.
+    set(id, "serial=ZZSWAP0001");
+    EXPECT_EQ(event(538, serial, 1)["VariableData"]["EventInfo"].asString(),
+              "Detected change in disk serial number (Current serial number: ZZSWAP0001; Last known serial number: " +
+                  serial + ").");
+    EXPECT_FALSE(event(540, "ZZSWAP0001").isNull());
+
+    // A disk leaves and comes back.
+    const std::string other = sasDisk(1)["id"].asString(), otherSerial = sasDisk(1)["serial"].asString();
+    set(other, "present=false");
+    EXPECT_FALSE(event(538, otherSerial).isNull());
+    set(other, "present=true");
+    EXPECT_FALSE(event(540, otherSerial).isNull());
+    EXPECT_TRUE(sas.isRunning());
+}
+
+} // namespace
+

@@ -1,6 +1,7 @@
 // The service executable as a real process on a copy of the bundled rack
 // server: start, stop on SIGTERM, the start-stop file and the log lines.
 
+#include "vekDiskEmulator.h"
 #include "vekRmcEmulator.h"
 #include "vekTestRoot.h"
 
@@ -309,6 +310,82 @@ TEST_F(VekdTest, PortDownAndBackReachTheRmcOnceEach)
     // Several more poll periods: nothing else.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     EXPECT_EQ(events(), (std::vector<int>{1384, 1390}));
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
+// The storage of the rack server as the RMC receives it: the HBA of slot 4
+// with its six disks and backplane in the inventory, and a disk that fails
+// while the service runs: its 538 with the text, and the next inventory
+// telling the same.
+TEST_F(VekdTest, FailingDiskReachesTheRmcAsEventAndInInventory)
+{
+    // An inventory every ten minutes of the host's time (0.6 s here), so the
+    // next one comes soon after the failure.
+    const std::string config = host_ + "/opt/zolvek/vital/vek.conf";
+    std::string text = readAll(config);
+    text.insert(text.find('{') + 1, "\n  \"PushInventoryFrequencyInMinutes\": 10,");
+    std::ofstream(config, std::ios::trunc) << text;
+    vekDiskEmulator disks(host_);
+    start();
+    auto parse = [](const std::string& text) {
+        Json::Value value;
+        std::istringstream in(text);
+        Json::parseFromStream(Json::CharReaderBuilder(), in, &value, nullptr);
+        return value;
+    };
+    // The storage sections of the newest inventory, once it has them.
+    auto latestStorage = [&] {
+        Json::Value storage;
+        for (const auto& command : rmc_->spooledCommands()) {
+            const Json::Value collection = parse(command.payload)["HostDataCollection"];
+            if (command.name == "WriteInventory" && collection.isMember("Drives")) {
+                storage = collection;
+            }
+        }
+        return storage;
+    };
+    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 6; }, std::chrono::seconds(60)))
+        << mainLog();
+    const Json::Value first = latestStorage();
+    ASSERT_EQ(first["StorageControllers"].size(), 1u);
+    EXPECT_EQ(first["StorageControllers"][0]["Data"]["Oem"]["Description"].asString(), "PCI 0000:a8:00.0 r001u03p1i04");
+    EXPECT_EQ(first["StorageControllers"][0]["EventInfo"].asString(), "The storage controller port(s) are now online.");
+    EXPECT_EQ(first["StorageEnclosures"].size(), 1u);
+    std::set<std::string> places;
+    for (const Json::Value& drive : first["Drives"]) {
+        places.insert(drive["Data"]["Oem"]["PhysicalLocation"].asString());
+    }
+    EXPECT_EQ(places.size(), 6u);
+    EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
+
+    const std::string serial = "WBN2A7Q40000K9280ZYX"; // d0, the SAS HDD of bay 1
+    const std::string failed = "Failed to read Informational Exceptions log page from disk drive.";
+    disks.set("d0", {"health=failed"});
+    auto eventFor = [&](int id) {
+        for (const auto& command : rmc_->spooledCommands()) {
+            const Json::Value event = parse(command.payload);
+            if (command.name == "MPEventGen" && event["ID"].asInt() == id &&
+                event["VariableData"]["Data"]["SerialNumber"].asString() == serial) {
+                return event;
+            }
+        }
+        return Json::Value();
+    };
+    ASSERT_TRUE(vekEventually([&] { return !eventFor(538).isNull(); }, std::chrono::seconds(60))) << mainLog();
+    EXPECT_EQ(eventFor(538)["VariableData"]["EventInfo"].asString(), failed);
+    EXPECT_EQ(eventFor(538)["PhysicalLocation"].asString(), "3B0103010101FF04");
+    EXPECT_TRUE(vekEventually(
+        [&] {
+            const Json::Value storage = latestStorage();
+            for (const Json::Value& drive : storage["Drives"]) {
+                if (drive["Data"]["SerialNumber"].asString() == serial) {
+                    return drive["EventInfo"].asString() == failed;
+                }
+            }
+            return false;
+        },
+        std::chrono::seconds(60)))
+        << "the last drives: " << latestStorage()["Drives"];
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 

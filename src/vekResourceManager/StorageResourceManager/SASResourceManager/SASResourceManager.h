@@ -75,8 +75,8 @@ private:
     void createJsonStringUsingJsonCpp();
     void processResourceManagerStop();
 
-    bool inventoryReady = false;
-    bool sendInventoryOnFirstBuild = false;
+    std::atomic<bool> inventoryReady{false};
+    std::atomic<bool> sendInventoryOnFirstBuild{false};
     std::vector<vekStorageControllerInfo> controllers_;
     std::vector<vekDiskInfo> disks_;
     std::vector<vekLogicalDiskInfo> logicalDisks_;

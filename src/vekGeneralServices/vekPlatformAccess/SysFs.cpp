@@ -430,7 +430,7 @@ bool SysFs::synchronize(const std::string& path)
             if (!_synchronize(node, current.empty() ? "/" : current)) {
                 return false;
             }
-            VEK_LOG_DEBUG(TAG, "Synchronized [%s]: %s", path.c_str(), stats().c_str());
+            VEK_LOG_DEBUG(TAG, "Synchronized [%s].", path.c_str());
             return true;
         }
     }

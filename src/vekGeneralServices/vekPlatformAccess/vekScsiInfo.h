@@ -51,6 +51,9 @@ bool vekScsiIsNotSupported(int result);
 // or mx_sb_len: what an emulator sends beyond them is read and dropped.
 int vekScsiPassThrough(int fd, sg_io_hdr_t* io);
 
+// How many requests vekScsiPassThrough was given since the process started.
+unsigned long long vekScsiRequestCount();
+
 // Opens a generic device node under the path root ("sg3" or "/dev/sg3"): a
 // character device read-write and non-blocking, a socket node as an O_PATH
 // descriptor. Returns the descriptor or -1 with errno set (ENODEV, ENXIO...).

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -256,8 +257,16 @@ int emulatorPassThrough(int fd, sg_io_hdr_t* io)
 
 } // namespace
 
+namespace {
+// Requests sent since the process started, for the cost statistics.
+std::atomic<unsigned long long> gRequests{0};
+} // namespace
+
+unsigned long long vekScsiRequestCount() { return gRequests.load(); }
+
 int vekScsiPassThrough(int fd, sg_io_hdr_t* io)
 {
+    gRequests.fetch_add(1);
     struct stat st;
     if (fd < 0 || ::fstat(fd, &st) != 0) {
         errno = EBADF;

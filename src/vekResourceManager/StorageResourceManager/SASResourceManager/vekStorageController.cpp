@@ -76,7 +76,9 @@ std::string devicePathOf(SysFs& sysfs, const std::string& scsiName)
     const std::string link = std::string(kScsiDeviceClass) + "/" + scsiName;
     std::string target = sysfs.resolve(link);
     if (target == link) {
-        sysfs.synchronize(kScsiDeviceClass);
+        // Only this device's link: the whole class again for each device
+        // would make a discovery cost the square of the disks.
+        sysfs.synchronize(link);
         target = sysfs.resolve(link);
     }
     if (target == link) {

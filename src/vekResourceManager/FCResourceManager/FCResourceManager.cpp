@@ -46,30 +46,15 @@ bool vekFCDeviceDataCollector::discoverFCCardsInventory(std::vector<FCDeviceInfo
                                                         const std::vector<std::string>& names)
 {
     vekFCInterface* fc = system_->getFCInterface();
-    for (const std::string& name : names) {
-        if (stop_) {
-            VEK_LOG_DEBUG(TAG, "FC RM shutdown notification received while fetching inventory information for FC cards");
-            return false;
-        }
-        VEK_LOG_DEBUG(TAG, "Fetching FC device inventory details for [%s]", name.c_str());
-        FCDeviceInfo info;
-        fc->discoverFCProperties(name, info);
-        // The matrix sees the PCI ids, never the status.
-        matrix_.supplementAdditionalFCProperties(info);
-        fc->discoverFCStatusInfo(name, info);
-        {
-            std::lock_guard<std::mutex> lock(statusMutex_);
-            statuses_[name] = info.deviceStatus;
-        }
-        out.push_back(info);
-    }
-    return true;
-}
-
-std::map<std::string, vekDeviceStatus> vekFCDeviceDataCollector::getFCDeviceStatusInfoMap()
-{
-    std::lock_guard<std::mutex> lock(statusMutex_);
-    return statuses_;
+    return walk(out, names, TAG,
+                "FC RM shutdown notification received while fetching inventory information for FC cards",
+                [this, fc](const std::string& name, FCDeviceInfo& info) {
+                    VEK_LOG_DEBUG(TAG, "Fetching FC device inventory details for [%s]", name.c_str());
+                    fc->discoverFCProperties(name, info);
+                    // The matrix sees the PCI ids, never the status.
+                    matrix_.supplementAdditionalFCProperties(info);
+                    fc->discoverFCStatusInfo(name, info);
+                });
 }
 
 // ---- the inventory store ----
@@ -80,57 +65,10 @@ vekFCInventoryManager& vekFCInventoryManager::getInstance()
     return instance;
 }
 
-void vekFCInventoryManager::saveInventory(std::vector<FCDeviceInfo> inventory)
+vekFCInventoryManager::vekFCInventoryManager()
+    : vekPCIeInventoryStore({TAG, "FibreChannelDevices", "FC"},
+                            [](const FCDeviceInfo& record) { return record.getDeviceName(); })
 {
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Save the FibreChannelDevices inventory");
-    saved_ = std::move(inventory);
-}
-
-void vekFCInventoryManager::getInventory(std::vector<FCDeviceInfo>& inventory)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Fetch the updated FibreChannelDevices inventory");
-    inventory = saved_;
-}
-
-void vekFCInventoryManager::backupInventory()
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Taking a backup of FibreChannelDevices inventory");
-    backup_ = saved_;
-}
-
-void vekFCInventoryManager::getBackupInventory(std::vector<FCDeviceInfo>& inventory)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Fetch the backup copy of FibreChannelDevices inventory");
-    inventory = backup_;
-}
-
-void vekFCInventoryManager::updateInventory(const std::string& name, const vekDeviceStatus& status)
-{
-    VEK_LOG_DEBUG(TAG, "Updating FibreChannelDevices inventory for a particularFC device : %s", name.c_str());
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (FCDeviceInfo& record : saved_) {
-        if (record.getDeviceName() == name) {
-            record.deviceStatus = status;
-            return;
-        }
-    }
-    VEK_LOG_WARNING(TAG, "FC inventory for %s not found", name.c_str());
-}
-
-void vekFCInventoryManager::queryFCInstanceInventoryInfo(const std::string& name, FCDeviceInfo& info)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (const FCDeviceInfo& record : saved_) {
-        if (record.getDeviceName() == name) {
-            info = record;
-            return;
-        }
-    }
-    VEK_LOG_WARNING(TAG, "FC inventory for %s not found", name.c_str());
 }
 
 // ---- the manager ----

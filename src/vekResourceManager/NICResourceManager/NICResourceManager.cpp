@@ -45,31 +45,15 @@ bool vekNICDeviceDataCollector::discoverEthernetCardsInventory(std::vector<NICDe
                                                                const std::vector<std::string>& names)
 {
     vekNICInterface* nic = system_->getNICInterface();
-    for (const std::string& name : names) {
-        if (stop_) {
-            VEK_LOG_DEBUG(TAG,
-                          "NIC RM shutdown notification received while fetching inventory information for NIC cards");
-            return false;
-        }
-        VEK_LOG_DEBUG(TAG, "Fetching NIC device inventory details for %s", name.c_str());
-        NICDeviceInfo info;
-        nic->discoverNICProperties(name, info);
-        // The matrix sees the PCI ids, never the status.
-        matrix_.supplementAdditionalNICProperties(info);
-        nic->discoverNICStatusInfo(name, info);
-        {
-            std::lock_guard<std::mutex> lock(statusMutex_);
-            statuses_[name] = info.deviceStatus;
-        }
-        out.push_back(info);
-    }
-    return true;
-}
-
-std::map<std::string, vekDeviceStatus> vekNICDeviceDataCollector::getNICDeviceStatusInfoMap()
-{
-    std::lock_guard<std::mutex> lock(statusMutex_);
-    return statuses_;
+    return walk(out, names, TAG,
+                "NIC RM shutdown notification received while fetching inventory information for NIC cards",
+                [this, nic](const std::string& name, NICDeviceInfo& info) {
+                    VEK_LOG_DEBUG(TAG, "Fetching NIC device inventory details for %s", name.c_str());
+                    nic->discoverNICProperties(name, info);
+                    // The matrix sees the PCI ids, never the status.
+                    matrix_.supplementAdditionalNICProperties(info);
+                    nic->discoverNICStatusInfo(name, info);
+                });
 }
 
 // ---- the inventory store ----
@@ -80,63 +64,10 @@ vekNICInventoryManager& vekNICInventoryManager::getInstance()
     return instance;
 }
 
-void vekNICInventoryManager::saveInventory(std::vector<NICDeviceInfo> inventory)
+vekNICInventoryManager::vekNICInventoryManager()
+    : vekPCIeInventoryStore({TAG, "EthernetDevices", "NIC"},
+                            [](const NICDeviceInfo& record) { return record.getInterfaceName(); })
 {
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Save the EthernetDevices inventory");
-    saved_ = std::move(inventory);
-}
-
-void vekNICInventoryManager::getInventory(std::vector<NICDeviceInfo>& inventory)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Fetch the updated EthernetDevices inventory");
-    inventory = saved_;
-}
-
-void vekNICInventoryManager::backupInventory()
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Taking a backup of EthernetDevices inventory");
-    backup_ = saved_;
-}
-
-void vekNICInventoryManager::getBackupInventory(std::vector<NICDeviceInfo>& inventory)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Fetch the backup copy of EthernetDevices inventory");
-    inventory = backup_;
-}
-
-void vekNICInventoryManager::updateInventory(const std::string& name, vekDeviceStatus& status)
-{
-    VEK_LOG_DEBUG(TAG, "Updating EthernetDevices inventory for a particularNIC device : %s", name.c_str());
-    std::lock_guard<std::mutex> lock(mutex_);
-    updateNICInstanceStatusAttributes(name, status, saved_);
-}
-
-void vekNICInventoryManager::updateNICInstanceStatusAttributes(const std::string& name, vekDeviceStatus& status,
-                                                               std::vector<NICDeviceInfo>& inventory)
-{
-    for (NICDeviceInfo& record : inventory) {
-        if (record.getInterfaceName() == name) {
-            record.deviceStatus = status;
-            return;
-        }
-    }
-    VEK_LOG_WARNING(TAG, "NIC inventory for %s not found", name.c_str());
-}
-
-void vekNICInventoryManager::queryNICInstanceInventoryInfo(const std::string& name, NICDeviceInfo& info)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (const NICDeviceInfo& record : saved_) {
-        if (record.getInterfaceName() == name) {
-            info = record;
-            return;
-        }
-    }
-    VEK_LOG_WARNING(TAG, "NIC inventory for %s not found", name.c_str());
 }
 
 // ---- the manager ----

@@ -10,6 +10,7 @@
 #include "vekJsonAggregator.h"
 #include "vekLog.h"
 #include "vekOSInterface.h"
+#include "vekPCIeEventWatch.h"
 #include "vekPlatformServices.h"
 #include "vekResourceIds.h"
 
@@ -228,25 +229,8 @@ void FCResourceManager::registerEventObserver(IvekFCEventNotifier* notifier)
     if (notifier == nullptr) {
         return;
     }
-    auto* subject = dynamic_cast<ISubject*>(notifier);
-    const std::string observerName = eventManager_->getObserverName();
-    const std::string subjectName = subject->getSubjectName();
-    VEK_LOG_DEBUG(TAG, "Inside registerEventObserver");
-    VEK_LOG_DEBUG(TAG, "Register observer [%s] in construction with subject [%s].", observerName.c_str(),
-                  subjectName.c_str());
-    const vekObservableStatus status = subject->attach(eventManager_.get(), VEK_OBSERVABLE_ASPECT_FC);
-    if (status != VEK_OBSERVABLE_STATUS_SUCCESS) {
-        VEK_LOG_WARNING(TAG, "Failed to register observer [%s] with subject [%s] during construction. (status: %d)",
-                        observerName.c_str(), subjectName.c_str(), status);
-        throw status;
-    }
-    VEK_LOG_DEBUG(TAG, "Observer[%s]: created.", observerName.c_str());
-    if (notifier->startMonitoring() == 0) {
-        monitoringStarted = true;
-    } else {
-        VEK_LOG_WARNING(TAG, "Unable to start Event monitoring service for FC card");
-        VEK_LOG_DEBUG(TAG, "Event monitoring service not started");
-    }
+    vekPCIeEventWatch::attachObserver(TAG, notifier, eventManager_.get(), VEK_OBSERVABLE_ASPECT_FC);
+    vekPCIeEventWatch::noteMonitoringStart(TAG, "FC", notifier->startMonitoring(), monitoringStarted);
 }
 
 void FCResourceManager::unInitializeEventMonitorThread()
@@ -261,17 +245,7 @@ void FCResourceManager::unInitializeEventMonitorThread()
 void FCResourceManager::unRegisterEventObserver()
 {
     IvekFCEventNotifier* notifier = eventNotifier();
-    if (notifier->stopMonitoring() != 0) {
-        VEK_LOG_WARNING(TAG, "Unable to stop Event monitoring service for FC card");
-    } else {
-        monitoringStarted = false;
-    }
-    auto* subject = dynamic_cast<ISubject*>(notifier);
-    const std::string observerName = eventManager_->getObserverName();
-    VEK_LOG_DEBUG(TAG, "Attempting de-registration of observer [%s] from subject [%s] during cleanup.",
-                  observerName.c_str(), subject->getSubjectName().c_str());
-    subject->detach(eventManager_.get());
-    VEK_LOG_DEBUG(TAG, "Observer[%s]: destroyed.", observerName.c_str());
+    vekPCIeEventWatch::detachObserver(TAG, "FC", notifier, eventManager_.get(), monitoringStarted);
 }
 
 bool FCResourceManager::getInventoryJsonObject(std::vector<Json::Value>& inventory)

@@ -10,6 +10,7 @@
 #include "vekLog.h"
 #include "vekNICInterface.h"
 #include "vekOSInterface.h"
+#include "vekPCIeEventWatch.h"
 #include "vekPlatformServices.h"
 #include "vekResourceIds.h"
 
@@ -219,25 +220,8 @@ void NICResourceManager::registerEventObserver(IvekNICEventNotifier* notifier, c
     if (notifier == nullptr) {
         return;
     }
-    auto* subject = dynamic_cast<ISubject*>(notifier);
-    const std::string observerName = eventManager_->getObserverName();
-    const std::string subjectName = subject->getSubjectName();
-    VEK_LOG_DEBUG(TAG, "Inside registerEventObserver");
-    VEK_LOG_DEBUG(TAG, "Register observer [%s] in construction with subject [%s].", observerName.c_str(),
-                  subjectName.c_str());
-    const vekObservableStatus status = subject->attach(eventManager_.get(), VEK_OBSERVABLE_ASPECT_NIC);
-    if (status != VEK_OBSERVABLE_STATUS_SUCCESS) {
-        VEK_LOG_WARNING(TAG, "Failed to register observer [%s] with subject [%s] during construction. (status: %d)",
-                        observerName.c_str(), subjectName.c_str(), status);
-        throw status;
-    }
-    VEK_LOG_DEBUG(TAG, "Observer[%s]: created.", observerName.c_str());
-    if (notifier->startMonitoring(names) == 0) {
-        monitoringStarted = true;
-    } else {
-        VEK_LOG_WARNING(TAG, "Unable to start Event monitoring service for NIC card");
-        VEK_LOG_DEBUG(TAG, "Event monitoring service not started");
-    }
+    vekPCIeEventWatch::attachObserver(TAG, notifier, eventManager_.get(), VEK_OBSERVABLE_ASPECT_NIC);
+    vekPCIeEventWatch::noteMonitoringStart(TAG, "NIC", notifier->startMonitoring(names), monitoringStarted);
 }
 
 void NICResourceManager::unInitializeEventMonitorThread()
@@ -252,17 +236,7 @@ void NICResourceManager::unInitializeEventMonitorThread()
 void NICResourceManager::unRegisterEventObserver()
 {
     IvekNICEventNotifier* notifier = eventNotifier();
-    if (notifier->stopMonitoring() != 0) {
-        VEK_LOG_WARNING(TAG, "Unable to stop Event monitoring service for NIC card");
-    } else {
-        monitoringStarted = false;
-    }
-    auto* subject = dynamic_cast<ISubject*>(notifier);
-    const std::string observerName = eventManager_->getObserverName();
-    VEK_LOG_DEBUG(TAG, "Attempting de-registration of observer [%s] from subject [%s] during cleanup.",
-                  observerName.c_str(), subject->getSubjectName().c_str());
-    subject->detach(eventManager_.get());
-    VEK_LOG_DEBUG(TAG, "Observer[%s]: destroyed.", observerName.c_str());
+    vekPCIeEventWatch::detachObserver(TAG, "NIC", notifier, eventManager_.get(), monitoringStarted);
 }
 
 bool NICResourceManager::getInventoryJsonObject(std::vector<Json::Value>& inventory)

@@ -11,6 +11,7 @@
 #include "vekLog.h"
 #include "vekOSInterface.h"
 #include "vekPCIeEventWatch.h"
+#include "vekPCIeInventoryJson.h"
 #include "vekPlatformServices.h"
 #include "vekResourceIds.h"
 
@@ -25,13 +26,6 @@ namespace {
 const char TAG[] = "FC_RM";
 const int kIdlenessChecks = 3;
 const long kIdlenessCheckPauseSeconds = 3;
-
-std::string writeCompact(const Json::Value& value)
-{
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
 
 } // namespace
 
@@ -190,15 +184,8 @@ void FCResourceManager::cacheBuild()
 
 std::vector<Json::Value> FCResourceManager::createJsonStringUsingJsonCpp(const std::vector<FCDeviceInfo>& records)
 {
-    std::vector<Json::Value> json;
-    for (size_t i = 0; i < records.size(); ++i) {
-        const FCDeviceInfo& record = records[i];
-        Json::Value adapter = record.getFCDeviceInfoJson();
-        adapter["Status"] = record.getStatusJson();
-        VEK_LOG_DEBUG(TAG, "Printing FC Instance %zu:    %s", i, writeCompact(adapter).c_str());
-        json.push_back(adapter);
-    }
-    return json;
+    return vekPCIeInventoryJson::recordsToJson(TAG, "FC", records,
+                                               [](const FCDeviceInfo& record) { return record.getFCDeviceInfoJson(); });
 }
 
 IvekFCEventNotifier* FCResourceManager::eventNotifier()

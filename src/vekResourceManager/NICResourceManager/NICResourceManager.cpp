@@ -11,6 +11,7 @@
 #include "vekNICInterface.h"
 #include "vekOSInterface.h"
 #include "vekPCIeEventWatch.h"
+#include "vekPCIeInventoryJson.h"
 #include "vekPlatformServices.h"
 #include "vekResourceIds.h"
 
@@ -24,13 +25,6 @@ namespace {
 const char TAG[] = "NIC_RM";
 const int kIdlenessChecks = 3;
 const long kIdlenessCheckPauseSeconds = 5;
-
-std::string writeCompact(const Json::Value& value)
-{
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
 
 } // namespace
 
@@ -180,15 +174,8 @@ void NICResourceManager::cacheBuild()
 
 std::vector<Json::Value> NICResourceManager::createJsonStringUsingJsonCpp(const std::vector<NICDeviceInfo>& records)
 {
-    std::vector<Json::Value> json;
-    for (size_t i = 0; i < records.size(); ++i) {
-        NICDeviceInfo record = records[i];
-        Json::Value adapter = record.getNICDeviceInfoJson();
-        adapter["Status"] = record.getStatusJson();
-        VEK_LOG_DEBUG(TAG, "Printing Ethernet Instance %zu:    %s", i, writeCompact(adapter).c_str());
-        json.push_back(adapter);
-    }
-    return json;
+    return vekPCIeInventoryJson::recordsToJson(TAG, "Ethernet", records,
+                                               [](const NICDeviceInfo& record) { return record.getNICDeviceInfoJson(); });
 }
 
 IvekNICEventNotifier* NICResourceManager::eventNotifier()

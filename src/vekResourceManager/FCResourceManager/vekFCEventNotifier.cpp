@@ -31,12 +31,14 @@ vekFCEventNotifier::~vekFCEventNotifier()
 
 vekObservableStatus vekFCEventNotifier::attach(IObserver* observer, vekObservableAspect aspect)
 {
-    return vekObserverRegistry::attach(TAG, this, getSubjectName(), VEK_OBSERVABLE_ASPECT_FC, observer, aspect, observers_, mutex_);
+    return vekObserverRegistry::attach(TAG, this, getSubjectName(), VEK_OBSERVABLE_ASPECT_FC, observer, aspect,
+                                       observers_, mutex_);
 }
 
 void vekFCEventNotifier::detach(IObserver* observer)
 {
-    vekObserverRegistry::detach(TAG, this, getSubjectName(), VEK_OBSERVABLE_ASPECT_FC, observer, observers_, mutex_, notifyMutex_);
+    vekObserverRegistry::detach(TAG, this, getSubjectName(), VEK_OBSERVABLE_ASPECT_FC, observer, observers_, mutex_,
+                                notifyMutex_);
 }
 
 size_t vekFCEventNotifier::getObserverCount()

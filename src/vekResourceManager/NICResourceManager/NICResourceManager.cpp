@@ -174,8 +174,8 @@ void NICResourceManager::cacheBuild()
 
 std::vector<Json::Value> NICResourceManager::createJsonStringUsingJsonCpp(const std::vector<NICDeviceInfo>& records)
 {
-    return vekPCIeInventoryJson::recordsToJson(TAG, "Ethernet", records,
-                                               [](const NICDeviceInfo& record) { return record.getNICDeviceInfoJson(); });
+    return vekPCIeInventoryJson::recordsToJson(
+        TAG, "Ethernet", records, [](const NICDeviceInfo& record) { return record.getNICDeviceInfoJson(); });
 }
 
 IvekNICEventNotifier* NICResourceManager::eventNotifier()

@@ -28,12 +28,14 @@ vekNICEventNotifierBase::~vekNICEventNotifierBase()
 
 vekObservableStatus vekNICEventNotifierBase::attach(IObserver* observer, vekObservableAspect aspect)
 {
-    return vekObserverRegistry::attach(TAG, this, subjectName_, VEK_OBSERVABLE_ASPECT_NIC, observer, aspect, observers_, mutex_);
+    return vekObserverRegistry::attach(TAG, this, subjectName_, VEK_OBSERVABLE_ASPECT_NIC, observer, aspect, observers_,
+                                       mutex_);
 }
 
 void vekNICEventNotifierBase::detach(IObserver* observer)
 {
-    vekObserverRegistry::detach(TAG, this, subjectName_, VEK_OBSERVABLE_ASPECT_NIC, observer, observers_, mutex_, notifyMutex_);
+    vekObserverRegistry::detach(TAG, this, subjectName_, VEK_OBSERVABLE_ASPECT_NIC, observer, observers_, mutex_,
+                                notifyMutex_);
 }
 
 void vekNICEventNotifierBase::detachAllObservers()

@@ -10,6 +10,8 @@
 #include "vekJsonAggregator.h"
 #include "vekLog.h"
 #include "vekOSInterface.h"
+#include "vekPCIeEventWatch.h"
+#include "vekPCIeInventoryJson.h"
 #include "vekPlatformServices.h"
 #include "vekResourceIds.h"
 
@@ -25,13 +27,6 @@ const char TAG[] = "FC_RM";
 const int kIdlenessChecks = 3;
 const long kIdlenessCheckPauseSeconds = 3;
 
-std::string writeCompact(const Json::Value& value)
-{
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
-
 } // namespace
 
 // ---- the collector ----
@@ -46,30 +41,15 @@ bool vekFCDeviceDataCollector::discoverFCCardsInventory(std::vector<FCDeviceInfo
                                                         const std::vector<std::string>& names)
 {
     vekFCInterface* fc = system_->getFCInterface();
-    for (const std::string& name : names) {
-        if (stop_) {
-            VEK_LOG_DEBUG(TAG, "FC RM shutdown notification received while fetching inventory information for FC cards");
-            return false;
-        }
-        VEK_LOG_DEBUG(TAG, "Fetching FC device inventory details for [%s]", name.c_str());
-        FCDeviceInfo info;
-        fc->discoverFCProperties(name, info);
-        // The matrix sees the PCI ids, never the status.
-        matrix_.supplementAdditionalFCProperties(info);
-        fc->discoverFCStatusInfo(name, info);
-        {
-            std::lock_guard<std::mutex> lock(statusMutex_);
-            statuses_[name] = info.deviceStatus;
-        }
-        out.push_back(info);
-    }
-    return true;
-}
-
-std::map<std::string, vekDeviceStatus> vekFCDeviceDataCollector::getFCDeviceStatusInfoMap()
-{
-    std::lock_guard<std::mutex> lock(statusMutex_);
-    return statuses_;
+    return walk(out, names, TAG,
+                "FC RM shutdown notification received while fetching inventory information for FC cards",
+                [this, fc](const std::string& name, FCDeviceInfo& info) {
+                    VEK_LOG_DEBUG(TAG, "Fetching FC device inventory details for [%s]", name.c_str());
+                    fc->discoverFCProperties(name, info);
+                    // The matrix sees the PCI ids, never the status.
+                    matrix_.supplementAdditionalFCProperties(info);
+                    fc->discoverFCStatusInfo(name, info);
+                });
 }
 
 // ---- the inventory store ----
@@ -80,57 +60,10 @@ vekFCInventoryManager& vekFCInventoryManager::getInstance()
     return instance;
 }
 
-void vekFCInventoryManager::saveInventory(std::vector<FCDeviceInfo> inventory)
+vekFCInventoryManager::vekFCInventoryManager()
+    : vekPCIeInventoryStore({TAG, "FibreChannelDevices", "FC"},
+                            [](const FCDeviceInfo& record) { return record.getDeviceName(); })
 {
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Save the FibreChannelDevices inventory");
-    saved_ = std::move(inventory);
-}
-
-void vekFCInventoryManager::getInventory(std::vector<FCDeviceInfo>& inventory)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Fetch the updated FibreChannelDevices inventory");
-    inventory = saved_;
-}
-
-void vekFCInventoryManager::backupInventory()
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Taking a backup of FibreChannelDevices inventory");
-    backup_ = saved_;
-}
-
-void vekFCInventoryManager::getBackupInventory(std::vector<FCDeviceInfo>& inventory)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Fetch the backup copy of FibreChannelDevices inventory");
-    inventory = backup_;
-}
-
-void vekFCInventoryManager::updateInventory(const std::string& name, const vekDeviceStatus& status)
-{
-    VEK_LOG_DEBUG(TAG, "Updating FibreChannelDevices inventory for a particularFC device : %s", name.c_str());
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (FCDeviceInfo& record : saved_) {
-        if (record.getDeviceName() == name) {
-            record.deviceStatus = status;
-            return;
-        }
-    }
-    VEK_LOG_WARNING(TAG, "FC inventory for %s not found", name.c_str());
-}
-
-void vekFCInventoryManager::queryFCInstanceInventoryInfo(const std::string& name, FCDeviceInfo& info)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (const FCDeviceInfo& record : saved_) {
-        if (record.getDeviceName() == name) {
-            info = record;
-            return;
-        }
-    }
-    VEK_LOG_WARNING(TAG, "FC inventory for %s not found", name.c_str());
 }
 
 // ---- the manager ----
@@ -251,15 +184,8 @@ void FCResourceManager::cacheBuild()
 
 std::vector<Json::Value> FCResourceManager::createJsonStringUsingJsonCpp(const std::vector<FCDeviceInfo>& records)
 {
-    std::vector<Json::Value> json;
-    for (size_t i = 0; i < records.size(); ++i) {
-        const FCDeviceInfo& record = records[i];
-        Json::Value adapter = record.getFCDeviceInfoJson();
-        adapter["Status"] = record.getStatusJson();
-        VEK_LOG_DEBUG(TAG, "Printing FC Instance %zu:    %s", i, writeCompact(adapter).c_str());
-        json.push_back(adapter);
-    }
-    return json;
+    return vekPCIeInventoryJson::recordsToJson(TAG, "FC", records,
+                                               [](const FCDeviceInfo& record) { return record.getFCDeviceInfoJson(); });
 }
 
 IvekFCEventNotifier* FCResourceManager::eventNotifier()
@@ -290,25 +216,8 @@ void FCResourceManager::registerEventObserver(IvekFCEventNotifier* notifier)
     if (notifier == nullptr) {
         return;
     }
-    auto* subject = dynamic_cast<ISubject*>(notifier);
-    const std::string observerName = eventManager_->getObserverName();
-    const std::string subjectName = subject->getSubjectName();
-    VEK_LOG_DEBUG(TAG, "Inside registerEventObserver");
-    VEK_LOG_DEBUG(TAG, "Register observer [%s] in construction with subject [%s].", observerName.c_str(),
-                  subjectName.c_str());
-    const vekObservableStatus status = subject->attach(eventManager_.get(), VEK_OBSERVABLE_ASPECT_FC);
-    if (status != VEK_OBSERVABLE_STATUS_SUCCESS) {
-        VEK_LOG_WARNING(TAG, "Failed to register observer [%s] with subject [%s] during construction. (status: %d)",
-                        observerName.c_str(), subjectName.c_str(), status);
-        throw status;
-    }
-    VEK_LOG_DEBUG(TAG, "Observer[%s]: created.", observerName.c_str());
-    if (notifier->startMonitoring() == 0) {
-        monitoringStarted = true;
-    } else {
-        VEK_LOG_WARNING(TAG, "Unable to start Event monitoring service for FC card");
-        VEK_LOG_DEBUG(TAG, "Event monitoring service not started");
-    }
+    vekPCIeEventWatch::attachObserver(TAG, notifier, eventManager_.get(), VEK_OBSERVABLE_ASPECT_FC);
+    vekPCIeEventWatch::noteMonitoringStart(TAG, "FC", notifier->startMonitoring(), monitoringStarted);
 }
 
 void FCResourceManager::unInitializeEventMonitorThread()
@@ -323,17 +232,7 @@ void FCResourceManager::unInitializeEventMonitorThread()
 void FCResourceManager::unRegisterEventObserver()
 {
     IvekFCEventNotifier* notifier = eventNotifier();
-    if (notifier->stopMonitoring() != 0) {
-        VEK_LOG_WARNING(TAG, "Unable to stop Event monitoring service for FC card");
-    } else {
-        monitoringStarted = false;
-    }
-    auto* subject = dynamic_cast<ISubject*>(notifier);
-    const std::string observerName = eventManager_->getObserverName();
-    VEK_LOG_DEBUG(TAG, "Attempting de-registration of observer [%s] from subject [%s] during cleanup.",
-                  observerName.c_str(), subject->getSubjectName().c_str());
-    subject->detach(eventManager_.get());
-    VEK_LOG_DEBUG(TAG, "Observer[%s]: destroyed.", observerName.c_str());
+    vekPCIeEventWatch::detachObserver(TAG, "FC", notifier, eventManager_.get(), monitoringStarted);
 }
 
 bool FCResourceManager::getInventoryJsonObject(std::vector<Json::Value>& inventory)

@@ -3,6 +3,8 @@
 #include "FCDeviceInfo.h"
 #include "vekFCEventManager.h"
 #include "vekIOMatrixInterface.h"
+#include "vekPCIeDeviceCollector.h"
+#include "vekPCIeInventoryStore.h"
 #include "vekResourceManager.h"
 #include "vekResourceManagerLifecycle.h"
 #include "vekResourceStatus.h"
@@ -30,43 +32,31 @@ public:
     virtual bool discoverFCCardsInventory(std::vector<FCDeviceInfo>& out, const std::vector<std::string>& names) = 0;
 };
 
-class vekFCDeviceDataCollector : public IvekFCDeviceDataCollector {
+class vekFCDeviceDataCollector : public IvekFCDeviceDataCollector, public vekPCIeDeviceCollector<FCDeviceInfo> {
 public:
     void setSystemInterface(vekOSInterface* system) { system_ = system; }
     void discoverFCCards(std::vector<std::string>& names) override;
     bool discoverFCCardsInventory(std::vector<FCDeviceInfo>& out, const std::vector<std::string>& names) override;
     // A walk in progress ends after the adapter in hand.
-    void notifyFCRMStop() { stop_ = true; }
+    void notifyFCRMStop() { stopWalk(); }
     // The status of each adapter at the last walk.
-    std::map<std::string, vekDeviceStatus> getFCDeviceStatusInfoMap();
+    std::map<std::string, vekDeviceStatus> getFCDeviceStatusInfoMap() { return statusesOfLastWalk(); }
 
 private:
     vekOSInterface* system_ = nullptr;
     vekFCIOMatrixInterface matrix_;
-    std::atomic<bool> stop_{false};
-    std::mutex statusMutex_;
-    std::map<std::string, vekDeviceStatus> statuses_;
 };
 
-// The records of the last build, where the event path writes an adapter's
-// new status between two builds.
-class vekFCInventoryManager {
+// The records of the last build, where the event path writes an adapter's new
+// status between two builds.
+class vekFCInventoryManager : public vekPCIeInventoryStore<FCDeviceInfo> {
 public:
     static vekFCInventoryManager& getInstance();
 
-    void saveInventory(std::vector<FCDeviceInfo> inventory);
-    void getInventory(std::vector<FCDeviceInfo>& inventory);
-    void backupInventory();
-    void getBackupInventory(std::vector<FCDeviceInfo>& inventory);
-    void updateInventory(const std::string& name, const vekDeviceStatus& status);
-    void queryFCInstanceInventoryInfo(const std::string& name, FCDeviceInfo& info);
+    void queryFCInstanceInventoryInfo(const std::string& name, FCDeviceInfo& info) { queryInstance(name, info); }
 
 private:
-    vekFCInventoryManager() = default;
-
-    std::mutex mutex_;
-    std::vector<FCDeviceInfo> saved_;
-    std::vector<FCDeviceInfo> backup_;
+    vekFCInventoryManager();
 };
 
 // The Fibre Channel adapters (id 0, "FibreChannelDevices"): one record per

@@ -39,7 +39,10 @@ std::string eventInfoText(int eventId)
 
 } // namespace
 
-vekFCEventManager::vekFCEventManager(vekPlatformServices* services) : services_(services) {}
+vekFCEventManager::vekFCEventManager(vekPlatformServices* services)
+    : attachment_(TAG, VEK_OBSERVABLE_ASPECT_FC), services_(services)
+{
+}
 
 vekObservableStatus vekFCEventManager::notifyChange(ISubject*, vekObservableAspect, std::string)
 {
@@ -49,46 +52,12 @@ vekObservableStatus vekFCEventManager::notifyChange(ISubject*, vekObservableAspe
 
 vekObservableStatus vekFCEventManager::notifyAttach(ISubject* subject, vekObservableAspect aspect)
 {
-    const std::string me = getObserverName();
-    const std::string name = subject != nullptr ? subject->getSubjectName() : "";
-    if (aspect != VEK_OBSERVABLE_ASPECT_FC) {
-        VEK_LOG_WARNING(TAG, "Observer[%s]: Unrecognized aspect [%d].", me.c_str(), aspect);
-        return VEK_OBSERVABLE_STATUS_UNSUPPORTED_ASPECT;
-    }
-    if (!attached_) {
-        VEK_LOG_DEBUG(TAG, "Observer[%s]: Processing attach notification from subject [%s].", me.c_str(),
-                      name.c_str());
-        subject_ = subject;
-        attached_ = true;
-        return VEK_OBSERVABLE_STATUS_SUCCESS;
-    }
-    if (subject_ == subject) {
-        VEK_LOG_DEBUG(TAG, "Observer[%s]: Duplicate attach notification from subject [%s].", me.c_str(),
-                      name.c_str());
-        return VEK_OBSERVABLE_STATUS_SUCCESS;
-    }
-    VEK_LOG_WARNING(TAG,
-                    "Observer[%s]: Attach notification received from subject [%s] when already attached to subject "
-                    "[%s].",
-                    me.c_str(), name.c_str(), subject_->getSubjectName().c_str());
-    return VEK_OBSERVABLE_STATUS_ALREADY_ATTACHED;
+    return attachment_.attach(getObserverName(), subject, aspect);
 }
 
 vekObservableStatus vekFCEventManager::notifyDetach(ISubject* subject, vekObservableAspect aspect)
 {
-    const std::string me = getObserverName();
-    const std::string name = subject != nullptr ? subject->getSubjectName() : "";
-    if (attached_ && subject == subject_ && aspect == VEK_OBSERVABLE_ASPECT_FC) {
-        VEK_LOG_DEBUG(TAG, "Observer[%s]: Detaching from subject [%s].", me.c_str(), name.c_str());
-        subject_ = nullptr;
-        attached_ = false;
-        return VEK_OBSERVABLE_STATUS_SUCCESS;
-    }
-    VEK_LOG_WARNING(TAG,
-                    "Observer[%s]: Not detached due to unregistered observer [%s], unrecognized subject [%s] or aspect "
-                    "[%d].",
-                    me.c_str(), attached_ ? "true" : "false", name.c_str(), aspect);
-    return VEK_OBSERVABLE_STATUS_NOT_ATTACHED;
+    return attachment_.detach(getObserverName(), subject, aspect);
 }
 
 vekObservableStatus vekFCEventManager::notifyChange(ISubject* subject, vekObservableAspect aspect, std::string,
@@ -96,7 +65,7 @@ vekObservableStatus vekFCEventManager::notifyChange(ISubject* subject, vekObserv
                                                     FCDeviceInfo* info)
 {
     VEK_LOG_DEBUG(TAG, "Change notified");
-    if (!attached_ || aspect != VEK_OBSERVABLE_ASPECT_FC || subject != subject_ || info == nullptr) {
+    if (!attachment_.isAttachedTo(subject) || aspect != VEK_OBSERVABLE_ASPECT_FC || info == nullptr) {
         VEK_LOG_DEBUG(TAG, "FC event notification change will not be processed, Subject: %p",
                       static_cast<void*>(subject));
         return VEK_OBSERVABLE_STATUS_NOT_ATTACHED;

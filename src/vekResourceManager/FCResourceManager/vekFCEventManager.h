@@ -2,6 +2,7 @@
 
 #include "FCDeviceInfo.h"
 #include "IObserver.h"
+#include "vekSubjectAttachment.h"
 #include "vekFCEventNotifier.h"
 
 #include <json/json.h>
@@ -25,7 +26,7 @@ public:
     vekObservableStatus notifyAttach(ISubject* subject, vekObservableAspect aspect) override;
     vekObservableStatus notifyDetach(ISubject* subject, vekObservableAspect aspect) override;
     std::string getObserverName() const override { return "vekFCEventManager"; }
-    ISubject* getSubject() const override { return subject_; }
+    ISubject* getSubject() const override { return attachment_.subject(); }
 
     // A change of one adapter, from the poller.
     vekObservableStatus notifyChange(ISubject* subject, vekObservableAspect aspect, std::string text,
@@ -38,7 +39,6 @@ private:
     void processEventGeneration(const std::string& name, int eventId, bool serviceEvent, FCDeviceInfo& info);
     void generateEvent(int eventId, bool serviceEvent, FCDeviceInfo& info);
 
-    ISubject* subject_ = nullptr;
-    bool attached_ = false;
+    vekSubjectAttachment attachment_;
     vekPlatformServices* services_;
 };

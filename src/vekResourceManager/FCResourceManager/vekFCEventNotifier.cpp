@@ -6,6 +6,7 @@
 #include "vekIOMatrixInterface.h"
 #include "vekLog.h"
 #include "vekOSInterface.h"
+#include "vekObserverRegistry.h"
 
 #include <algorithm>
 #include <system_error>
@@ -30,56 +31,14 @@ vekFCEventNotifier::~vekFCEventNotifier()
 
 vekObservableStatus vekFCEventNotifier::attach(IObserver* observer, vekObservableAspect aspect)
 {
-    const std::string subject = getSubjectName();
-    const std::string observerName = observer != nullptr ? observer->getObserverName() : "";
-    VEK_LOG_DEBUG(TAG, "Subject[%s]: Received attach request for observer [%s].", subject.c_str(),
-                  observerName.c_str());
-    if (observer == nullptr) {
-        return VEK_OBSERVABLE_STATUS_INVALID_OBSERVER;
-    }
-    if (aspect != VEK_OBSERVABLE_ASPECT_FC) {
-        VEK_LOG_WARNING(TAG, "Subject[%s]: Observable aspect [%d] not supported.", subject.c_str(), aspect);
-        return VEK_OBSERVABLE_STATUS_UNSUPPORTED_ASPECT;
-    }
-    const vekObservableStatus status = observer->notifyAttach(this, VEK_OBSERVABLE_ASPECT_FC);
-    if (status != VEK_OBSERVABLE_STATUS_SUCCESS) {
-        VEK_LOG_WARNING(TAG, "Subject[%s]: Observer [%s] failed notify-attach query with status [%d].",
-                        subject.c_str(), observerName.c_str(), status);
-        return status;
-    }
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        observers_.push_back(observer);
-    }
-    VEK_LOG_DEBUG(TAG, "Subject[%s]: Observer [%s] successfully added to registered observers list.",
-                  subject.c_str(), observerName.c_str());
-    return VEK_OBSERVABLE_STATUS_SUCCESS;
+    return vekObserverRegistry::attach(TAG, this, getSubjectName(), VEK_OBSERVABLE_ASPECT_FC, observer, aspect,
+                                       observers_, mutex_);
 }
 
 void vekFCEventNotifier::detach(IObserver* observer)
 {
-    const std::string subject = getSubjectName();
-    const std::string observerName = observer != nullptr ? observer->getObserverName() : "";
-    VEK_LOG_DEBUG(TAG, "Subject[%s]: Received detach request for observer [%s].", subject.c_str(),
-                  observerName.c_str());
-    bool found = false;
-    {
-        // Not while a notification is inside the observer: once detached it may go.
-        std::lock_guard<std::mutex> notifying(notifyMutex_);
-        std::lock_guard<std::mutex> lock(mutex_);
-        const auto at = std::find(observers_.begin(), observers_.end(), observer);
-        if (at != observers_.end()) {
-            observers_.erase(at);
-            found = true;
-        }
-    }
-    if (!found) {
-        VEK_LOG_WARNING(TAG, "Subject[%s]: Observer [%s] not found in registered observers list!", subject.c_str(),
-                        observerName.c_str());
-        return;
-    }
-    observer->notifyDetach(this, VEK_OBSERVABLE_ASPECT_FC);
-    VEK_LOG_DEBUG(TAG, "Subject[%s]: Detached observer [%s].", subject.c_str(), observerName.c_str());
+    vekObserverRegistry::detach(TAG, this, getSubjectName(), VEK_OBSERVABLE_ASPECT_FC, observer, observers_, mutex_,
+                                notifyMutex_);
 }
 
 size_t vekFCEventNotifier::getObserverCount()

@@ -4,6 +4,7 @@
 #include "vekGlobalDef.h"
 #include "vekLog.h"
 #include "vekOSInterface.h"
+#include "vekPCIeIds.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -363,20 +364,7 @@ void vekFCVMwareInterface::getFCPCIAddress(const std::string& name, std::string&
 
 void vekFCVMwareInterface::populatePCIIDs(const std::string& name, const std::string& pciAddress, FCDeviceInfo& info)
 {
-    if (pciAddress.empty()) {
-        VEK_LOG_WARNING(TAG, "Unable to populate the PCI ID's information as the PCI Address is empty");
-        return;
-    }
-    std::map<std::string, std::string> ids = os_.getPciIdInfo(pciAddress);
-    info.vendorId = ids["Vendor"];
-    info.deviceId = ids["Device"];
-    info.subVendorId = ids["SubVendor"];
-    info.subDeviceId = ids["SubDevice"];
-    VEK_LOG_DEBUG(TAG,
-                  "FC Device : [%s], Pci Id's - vendorID : [%s], deviceID : [%s],subVendorID : [%s], subDeviceID : "
-                  "[%s]",
-                  name.c_str(), info.vendorId.c_str(), info.deviceId.c_str(), info.subVendorId.c_str(),
-                  info.subDeviceId.c_str());
+    vekPCIeIds::populate(TAG, os_, "FC Device", name, pciAddress, info);
 }
 
 void vekFCVMwareInterface::discoverFCProperties(std::string name, FCDeviceInfo& info)

@@ -10,6 +10,8 @@
 #include "vekLog.h"
 #include "vekNICInterface.h"
 #include "vekOSInterface.h"
+#include "vekPCIeEventWatch.h"
+#include "vekPCIeInventoryJson.h"
 #include "vekPlatformServices.h"
 #include "vekResourceIds.h"
 
@@ -23,13 +25,6 @@ namespace {
 const char TAG[] = "NIC_RM";
 const int kIdlenessChecks = 3;
 const long kIdlenessCheckPauseSeconds = 5;
-
-std::string writeCompact(const Json::Value& value)
-{
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
 
 } // namespace
 
@@ -45,31 +40,15 @@ bool vekNICDeviceDataCollector::discoverEthernetCardsInventory(std::vector<NICDe
                                                                const std::vector<std::string>& names)
 {
     vekNICInterface* nic = system_->getNICInterface();
-    for (const std::string& name : names) {
-        if (stop_) {
-            VEK_LOG_DEBUG(TAG,
-                          "NIC RM shutdown notification received while fetching inventory information for NIC cards");
-            return false;
-        }
-        VEK_LOG_DEBUG(TAG, "Fetching NIC device inventory details for %s", name.c_str());
-        NICDeviceInfo info;
-        nic->discoverNICProperties(name, info);
-        // The matrix sees the PCI ids, never the status.
-        matrix_.supplementAdditionalNICProperties(info);
-        nic->discoverNICStatusInfo(name, info);
-        {
-            std::lock_guard<std::mutex> lock(statusMutex_);
-            statuses_[name] = info.deviceStatus;
-        }
-        out.push_back(info);
-    }
-    return true;
-}
-
-std::map<std::string, vekDeviceStatus> vekNICDeviceDataCollector::getNICDeviceStatusInfoMap()
-{
-    std::lock_guard<std::mutex> lock(statusMutex_);
-    return statuses_;
+    return walk(out, names, TAG,
+                "NIC RM shutdown notification received while fetching inventory information for NIC cards",
+                [this, nic](const std::string& name, NICDeviceInfo& info) {
+                    VEK_LOG_DEBUG(TAG, "Fetching NIC device inventory details for %s", name.c_str());
+                    nic->discoverNICProperties(name, info);
+                    // The matrix sees the PCI ids, never the status.
+                    matrix_.supplementAdditionalNICProperties(info);
+                    nic->discoverNICStatusInfo(name, info);
+                });
 }
 
 // ---- the inventory store ----
@@ -80,63 +59,10 @@ vekNICInventoryManager& vekNICInventoryManager::getInstance()
     return instance;
 }
 
-void vekNICInventoryManager::saveInventory(std::vector<NICDeviceInfo> inventory)
+vekNICInventoryManager::vekNICInventoryManager()
+    : vekPCIeInventoryStore({TAG, "EthernetDevices", "NIC"},
+                            [](const NICDeviceInfo& record) { return record.getInterfaceName(); })
 {
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Save the EthernetDevices inventory");
-    saved_ = std::move(inventory);
-}
-
-void vekNICInventoryManager::getInventory(std::vector<NICDeviceInfo>& inventory)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Fetch the updated EthernetDevices inventory");
-    inventory = saved_;
-}
-
-void vekNICInventoryManager::backupInventory()
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Taking a backup of EthernetDevices inventory");
-    backup_ = saved_;
-}
-
-void vekNICInventoryManager::getBackupInventory(std::vector<NICDeviceInfo>& inventory)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    VEK_LOG_DEBUG(TAG, "Fetch the backup copy of EthernetDevices inventory");
-    inventory = backup_;
-}
-
-void vekNICInventoryManager::updateInventory(const std::string& name, vekDeviceStatus& status)
-{
-    VEK_LOG_DEBUG(TAG, "Updating EthernetDevices inventory for a particularNIC device : %s", name.c_str());
-    std::lock_guard<std::mutex> lock(mutex_);
-    updateNICInstanceStatusAttributes(name, status, saved_);
-}
-
-void vekNICInventoryManager::updateNICInstanceStatusAttributes(const std::string& name, vekDeviceStatus& status,
-                                                               std::vector<NICDeviceInfo>& inventory)
-{
-    for (NICDeviceInfo& record : inventory) {
-        if (record.getInterfaceName() == name) {
-            record.deviceStatus = status;
-            return;
-        }
-    }
-    VEK_LOG_WARNING(TAG, "NIC inventory for %s not found", name.c_str());
-}
-
-void vekNICInventoryManager::queryNICInstanceInventoryInfo(const std::string& name, NICDeviceInfo& info)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (const NICDeviceInfo& record : saved_) {
-        if (record.getInterfaceName() == name) {
-            info = record;
-            return;
-        }
-    }
-    VEK_LOG_WARNING(TAG, "NIC inventory for %s not found", name.c_str());
 }
 
 // ---- the manager ----
@@ -248,15 +174,8 @@ void NICResourceManager::cacheBuild()
 
 std::vector<Json::Value> NICResourceManager::createJsonStringUsingJsonCpp(const std::vector<NICDeviceInfo>& records)
 {
-    std::vector<Json::Value> json;
-    for (size_t i = 0; i < records.size(); ++i) {
-        NICDeviceInfo record = records[i];
-        Json::Value adapter = record.getNICDeviceInfoJson();
-        adapter["Status"] = record.getStatusJson();
-        VEK_LOG_DEBUG(TAG, "Printing Ethernet Instance %zu:    %s", i, writeCompact(adapter).c_str());
-        json.push_back(adapter);
-    }
-    return json;
+    return vekPCIeInventoryJson::recordsToJson(
+        TAG, "Ethernet", records, [](const NICDeviceInfo& record) { return record.getNICDeviceInfoJson(); });
 }
 
 IvekNICEventNotifier* NICResourceManager::eventNotifier()
@@ -288,25 +207,8 @@ void NICResourceManager::registerEventObserver(IvekNICEventNotifier* notifier, c
     if (notifier == nullptr) {
         return;
     }
-    auto* subject = dynamic_cast<ISubject*>(notifier);
-    const std::string observerName = eventManager_->getObserverName();
-    const std::string subjectName = subject->getSubjectName();
-    VEK_LOG_DEBUG(TAG, "Inside registerEventObserver");
-    VEK_LOG_DEBUG(TAG, "Register observer [%s] in construction with subject [%s].", observerName.c_str(),
-                  subjectName.c_str());
-    const vekObservableStatus status = subject->attach(eventManager_.get(), VEK_OBSERVABLE_ASPECT_NIC);
-    if (status != VEK_OBSERVABLE_STATUS_SUCCESS) {
-        VEK_LOG_WARNING(TAG, "Failed to register observer [%s] with subject [%s] during construction. (status: %d)",
-                        observerName.c_str(), subjectName.c_str(), status);
-        throw status;
-    }
-    VEK_LOG_DEBUG(TAG, "Observer[%s]: created.", observerName.c_str());
-    if (notifier->startMonitoring(names) == 0) {
-        monitoringStarted = true;
-    } else {
-        VEK_LOG_WARNING(TAG, "Unable to start Event monitoring service for NIC card");
-        VEK_LOG_DEBUG(TAG, "Event monitoring service not started");
-    }
+    vekPCIeEventWatch::attachObserver(TAG, notifier, eventManager_.get(), VEK_OBSERVABLE_ASPECT_NIC);
+    vekPCIeEventWatch::noteMonitoringStart(TAG, "NIC", notifier->startMonitoring(names), monitoringStarted);
 }
 
 void NICResourceManager::unInitializeEventMonitorThread()
@@ -321,17 +223,7 @@ void NICResourceManager::unInitializeEventMonitorThread()
 void NICResourceManager::unRegisterEventObserver()
 {
     IvekNICEventNotifier* notifier = eventNotifier();
-    if (notifier->stopMonitoring() != 0) {
-        VEK_LOG_WARNING(TAG, "Unable to stop Event monitoring service for NIC card");
-    } else {
-        monitoringStarted = false;
-    }
-    auto* subject = dynamic_cast<ISubject*>(notifier);
-    const std::string observerName = eventManager_->getObserverName();
-    VEK_LOG_DEBUG(TAG, "Attempting de-registration of observer [%s] from subject [%s] during cleanup.",
-                  observerName.c_str(), subject->getSubjectName().c_str());
-    subject->detach(eventManager_.get());
-    VEK_LOG_DEBUG(TAG, "Observer[%s]: destroyed.", observerName.c_str());
+    vekPCIeEventWatch::detachObserver(TAG, "NIC", notifier, eventManager_.get(), monitoringStarted);
 }
 
 bool NICResourceManager::getInventoryJsonObject(std::vector<Json::Value>& inventory)

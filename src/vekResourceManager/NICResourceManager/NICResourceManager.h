@@ -2,6 +2,8 @@
 
 #include "NICDeviceInfo.h"
 #include "vekIOMatrixInterface.h"
+#include "vekPCIeDeviceCollector.h"
+#include "vekPCIeInventoryStore.h"
 #include "vekNICEventManager.h"
 #include "vekResourceManager.h"
 #include "vekResourceManagerLifecycle.h"
@@ -31,46 +33,32 @@ public:
                                                 const std::vector<std::string>& names) = 0;
 };
 
-class vekNICDeviceDataCollector : public IvekNICDeviceDataCollector {
+class vekNICDeviceDataCollector : public IvekNICDeviceDataCollector, public vekPCIeDeviceCollector<NICDeviceInfo> {
 public:
     void setSystemInterface(vekOSInterface* system) { system_ = system; }
     void discoverEthernetCards(std::vector<std::string>& names) override;
     bool discoverEthernetCardsInventory(std::vector<NICDeviceInfo>& out,
                                         const std::vector<std::string>& names) override;
     // A walk in progress ends after the port in hand.
-    void notifyNICRMStop() { stop_ = true; }
+    void notifyNICRMStop() { stopWalk(); }
     // The status of each port at the last walk.
-    std::map<std::string, vekDeviceStatus> getNICDeviceStatusInfoMap();
+    std::map<std::string, vekDeviceStatus> getNICDeviceStatusInfoMap() { return statusesOfLastWalk(); }
 
 private:
     vekOSInterface* system_ = nullptr;
     vekNICIOMatrixInterface matrix_;
-    std::atomic<bool> stop_{false};
-    std::mutex statusMutex_;
-    std::map<std::string, vekDeviceStatus> statuses_;
 };
 
 // The records of the last build, where the event path writes a port's new
 // status between two builds.
-class vekNICInventoryManager {
+class vekNICInventoryManager : public vekPCIeInventoryStore<NICDeviceInfo> {
 public:
     static vekNICInventoryManager& getInstance();
 
-    void saveInventory(std::vector<NICDeviceInfo> inventory);
-    void getInventory(std::vector<NICDeviceInfo>& inventory);
-    void backupInventory();
-    void getBackupInventory(std::vector<NICDeviceInfo>& inventory);
-    void updateInventory(const std::string& name, vekDeviceStatus& status);
-    void queryNICInstanceInventoryInfo(const std::string& name, NICDeviceInfo& info);
+    void queryNICInstanceInventoryInfo(const std::string& name, NICDeviceInfo& info) { queryInstance(name, info); }
 
 private:
-    vekNICInventoryManager() = default;
-    void updateNICInstanceStatusAttributes(const std::string& name, vekDeviceStatus& status,
-                                           std::vector<NICDeviceInfo>& inventory);
-
-    std::mutex mutex_;
-    std::vector<NICDeviceInfo> saved_;
-    std::vector<NICDeviceInfo> backup_;
+    vekNICInventoryManager();
 };
 
 // The Ethernet adapters (id 3, "EthernetDevices"): one record per port,

@@ -27,7 +27,7 @@ const IELEVENT::IELEventId kLinkUp = static_cast<IELEVENT::IELEventId>(30);
 } // namespace
 
 vekNICEventManager::vekNICEventManager(vekPlatformServices* services, vekOSInterface* system)
-    : services_(services), system_(system)
+    : attachment_(TAG, VEK_OBSERVABLE_ASPECT_NIC), services_(services), system_(system)
 {
 }
 
@@ -39,46 +39,12 @@ vekObservableStatus vekNICEventManager::notifyChange(ISubject*, vekObservableAsp
 
 vekObservableStatus vekNICEventManager::notifyAttach(ISubject* subject, vekObservableAspect aspect)
 {
-    const std::string me = getObserverName();
-    const std::string name = subject != nullptr ? subject->getSubjectName() : "";
-    if (aspect != VEK_OBSERVABLE_ASPECT_NIC) {
-        VEK_LOG_WARNING(TAG, "Observer[%s]: Unrecognized aspect [%d].", me.c_str(), aspect);
-        return VEK_OBSERVABLE_STATUS_UNSUPPORTED_ASPECT;
-    }
-    if (!attached_) {
-        VEK_LOG_DEBUG(TAG, "Observer[%s]: Processing attach notification from subject [%s].", me.c_str(),
-                      name.c_str());
-        subject_ = subject;
-        attached_ = true;
-        return VEK_OBSERVABLE_STATUS_SUCCESS;
-    }
-    if (subject_ == subject) {
-        VEK_LOG_DEBUG(TAG, "Observer[%s]: Duplicate attach notification from subject [%s].", me.c_str(),
-                      name.c_str());
-        return VEK_OBSERVABLE_STATUS_SUCCESS;
-    }
-    VEK_LOG_WARNING(TAG,
-                    "Observer[%s]: Attach notification received from subject [%s] when already attached to subject "
-                    "[%s].",
-                    me.c_str(), name.c_str(), subject_->getSubjectName().c_str());
-    return VEK_OBSERVABLE_STATUS_ALREADY_ATTACHED;
+    return attachment_.attach(getObserverName(), subject, aspect);
 }
 
 vekObservableStatus vekNICEventManager::notifyDetach(ISubject* subject, vekObservableAspect aspect)
 {
-    const std::string me = getObserverName();
-    const std::string name = subject != nullptr ? subject->getSubjectName() : "";
-    if (attached_ && subject == subject_ && aspect == VEK_OBSERVABLE_ASPECT_NIC) {
-        VEK_LOG_DEBUG(TAG, "Observer[%s]: Detaching from subject [%s].", me.c_str(), name.c_str());
-        subject_ = nullptr;
-        attached_ = false;
-        return VEK_OBSERVABLE_STATUS_SUCCESS;
-    }
-    VEK_LOG_WARNING(TAG,
-                    "Observer[%s]: Not detached due to unregistered observer [%s], unrecognized subject [%s] or aspect "
-                    "[%d].",
-                    me.c_str(), attached_ ? "true" : "false", name.c_str(), aspect);
-    return VEK_OBSERVABLE_STATUS_NOT_ATTACHED;
+    return attachment_.detach(getObserverName(), subject, aspect);
 }
 
 NetworkEvents vekNICEventManager::computeNICDevicePortState(VEK_RESOURCE_STATE state, VEK_RESOURCE_HEALTH health)
@@ -103,7 +69,7 @@ vekObservableStatus vekNICEventManager::notifyChange(ISubject* subject, vekObser
                                                      VEK_RESOURCE_HEALTH* health)
 {
     VEK_LOG_DEBUG(TAG, "Change notified");
-    if (!attached_ || subject != subject_) {
+    if (!attachment_.isAttachedTo(subject)) {
         return VEK_OBSERVABLE_STATUS_NOT_ATTACHED;
     }
     changed_ = true;

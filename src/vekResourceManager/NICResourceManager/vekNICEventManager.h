@@ -1,6 +1,7 @@
 #pragma once
 
 #include "IObserver.h"
+#include "vekSubjectAttachment.h"
 #include "NICDeviceInfo.h"
 #include "vekIODevicePortContext.h"
 #include "vekIOMatrixInterface.h"
@@ -36,7 +37,7 @@ public:
     vekObservableStatus notifyAttach(ISubject* subject, vekObservableAspect aspect) override;
     vekObservableStatus notifyDetach(ISubject* subject, vekObservableAspect aspect) override;
     std::string getObserverName() const override { return "vekNICEventManager"; }
-    ISubject* getSubject() const override { return subject_; }
+    ISubject* getSubject() const override { return attachment_.subject(); }
 
     // The status of one port, from the poller.
     vekObservableStatus notifyChange(ISubject* subject, vekObservableAspect aspect, std::string text,
@@ -66,8 +67,7 @@ private:
     std::unique_ptr<vekIODevicePortContext> fetchNICDevicePortContext(const std::string& name);
     void updateNICDevicePortContext(const std::string& name, std::unique_ptr<vekIODevicePortContext> context);
 
-    ISubject* subject_ = nullptr;
-    bool attached_ = false;
+    vekSubjectAttachment attachment_;
     bool changed_ = false;
     std::map<std::string, std::unique_ptr<vekIODevicePortContext>> nicDevicesPortContextStateMap;
     std::mutex mapMutex_;

@@ -6,6 +6,7 @@
 #include "vekLog.h"
 #include "vekNICInterface.h"
 #include "vekOSInterface.h"
+#include "vekObserverRegistry.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -27,55 +28,14 @@ vekNICEventNotifierBase::~vekNICEventNotifierBase()
 
 vekObservableStatus vekNICEventNotifierBase::attach(IObserver* observer, vekObservableAspect aspect)
 {
-    const char* subject = subjectName_.c_str();
-    const std::string observerName = observer != nullptr ? observer->getObserverName() : "";
-    VEK_LOG_DEBUG(TAG, "Subject[%s]: Received attach request for observer [%s].", subject, observerName.c_str());
-    if (observer == nullptr) {
-        return VEK_OBSERVABLE_STATUS_INVALID_OBSERVER;
-    }
-    if (aspect != VEK_OBSERVABLE_ASPECT_NIC) {
-        VEK_LOG_WARNING(TAG, "Subject[%s]: Observable aspect [%d] not supported.", subject, aspect);
-        return VEK_OBSERVABLE_STATUS_UNSUPPORTED_ASPECT;
-    }
-    const vekObservableStatus status = observer->notifyAttach(this, VEK_OBSERVABLE_ASPECT_NIC);
-    if (status != VEK_OBSERVABLE_STATUS_SUCCESS) {
-        VEK_LOG_WARNING(TAG, "Subject[%s]: Observer [%s] failed notify-attach query with status [%d].", subject,
-                        observerName.c_str(), status);
-        return status;
-    }
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        observers_.push_back(observer);
-    }
-    VEK_LOG_DEBUG(TAG, "Subject[%s]: Observer [%s] successfully added to registered observers list.", subject,
-                  observerName.c_str());
-    return VEK_OBSERVABLE_STATUS_SUCCESS;
+    return vekObserverRegistry::attach(TAG, this, subjectName_, VEK_OBSERVABLE_ASPECT_NIC, observer, aspect, observers_,
+                                       mutex_);
 }
 
 void vekNICEventNotifierBase::detach(IObserver* observer)
 {
-    const char* subject = subjectName_.c_str();
-    const std::string observerName = observer != nullptr ? observer->getObserverName() : "";
-    VEK_LOG_DEBUG(TAG, "Subject[%s]: Received detach request for observer [%s].", subject, observerName.c_str());
-    bool found = false;
-    {
-        // Not while a notification is inside an observer: once detached, the
-        // observer may go.
-        std::lock_guard<std::mutex> notifying(notifyMutex_);
-        std::lock_guard<std::mutex> lock(mutex_);
-        const auto at = std::find(observers_.begin(), observers_.end(), observer);
-        if (at != observers_.end()) {
-            observers_.erase(at);
-            found = true;
-        }
-    }
-    if (!found) {
-        VEK_LOG_WARNING(TAG, "Subject[%s]: Observer [%s] not found in registered observers list!", subject,
-                        observerName.c_str());
-        return;
-    }
-    observer->notifyDetach(this, VEK_OBSERVABLE_ASPECT_NIC);
-    VEK_LOG_DEBUG(TAG, "Subject[%s]: Detached observer [%s].", subject, observerName.c_str());
+    vekObserverRegistry::detach(TAG, this, subjectName_, VEK_OBSERVABLE_ASPECT_NIC, observer, observers_, mutex_,
+                                notifyMutex_);
 }
 
 void vekNICEventNotifierBase::detachAllObservers()

@@ -4,6 +4,7 @@
 #include "vekLog.h"
 #include "vekNICEventNotifier.h"
 #include "vekOSInterface.h"
+#include "vekPCIeIds.h"
 #include "vekPCIeManufacturerResolver.h"
 
 #include <cerrno>
@@ -252,20 +253,7 @@ std::string vekNICVmwareInterface::getNICManufacturer(const NICInterfacesDetails
 void vekNICVmwareInterface::populatePCIIDs(const std::string& pciAddress, const NICInterfacesDetailsStruct& row,
                                            NICDeviceInfo& info)
 {
-    if (pciAddress.empty()) {
-        VEK_LOG_WARNING(TAG, "Unable to populate the PCI ID's information as the PCI Address is empty");
-        return;
-    }
-    std::map<std::string, std::string> ids = os_.getPciIdInfo(pciAddress);
-    info.vendorId = ids["Vendor"];
-    info.deviceId = ids["Device"];
-    info.subVendorId = ids["SubVendor"];
-    info.subDeviceId = ids["SubDevice"];
-    VEK_LOG_DEBUG(TAG,
-                  "NIC Adapter : [%s], Pci Id's - vendorID : [%s], deviceID : [%s],subVendorID : [%s], subDeviceID : "
-                  "[%s]",
-                  row.name.c_str(), info.vendorId.c_str(), info.deviceId.c_str(), info.subVendorId.c_str(),
-                  info.subDeviceId.c_str());
+    vekPCIeIds::populate(TAG, os_, "NIC Adapter", row.name, pciAddress, info);
 }
 
 void vekNICVmwareInterface::discoverNICProperties(std::string name, NICDeviceInfo& info)

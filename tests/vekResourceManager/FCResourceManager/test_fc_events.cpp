@@ -6,6 +6,7 @@
 #include "FCResourceManager/vekFCEventManager.h"
 #include "FCResourceManager/vekFCEventNotifier.h"
 #include "FCResourceManager/vekFCInterface.h"
+#include "vekEventTestFixture.h"
 #include "vekLocationTestHost.h"
 #include "vekOSInterface.h"
 #include "vekRmcEmulator.h"
@@ -67,7 +68,7 @@ Json::Value findMember(const Json::Value& value, const std::string& name)
     return Json::Value();
 }
 
-class FCEventsTest : public vekRootTest {
+class FCEventsTest : public vekEventTestFixture {
 protected:
     void SetUp() override
     {
@@ -93,21 +94,6 @@ protected:
         }
     }
 
-    std::vector<int> sentIds()
-    {
-        std::vector<int> ids;
-        for (const std::string& payload : channel.payloads("MPEventGen")) {
-            ids.push_back(parse(payload)["ID"].asInt());
-        }
-        return ids;
-    }
-
-    vekLocationTestHost host{root};
-    vekPlatformServices* services = nullptr;
-    vekRecordingChannel channel;
-    vekTestSmbios smbios;
-    vekTestComManager com{&channel, smbios};
-    vekOSInterface* os = nullptr;
     vekFCEventNotifier* notifier = nullptr;
     std::unique_ptr<vekFCEventManager> manager;
 };

@@ -6,6 +6,7 @@
 #include "NICResourceManager/NICResourceManager.h"
 #include "NICResourceManager/vekNICEventManager.h"
 #include "NICResourceManager/vekNICInterface.h"
+#include "vekEventTestFixture.h"
 #include "vekLocationTestHost.h"
 #include "vekOSInterface.h"
 #include "vekTestInventoryPush.h"
@@ -45,7 +46,7 @@ private:
     IELEventMap::IELEventTRB table_;
 };
 
-class NICEventsTest : public vekRootTest {
+class NICEventsTest : public vekEventTestFixture {
 protected:
     void SetUp() override
     {
@@ -88,23 +89,6 @@ protected:
         return notifier;
     }
 
-    // The events the RMC received, oldest first, and their ids.
-    Json::Value sent(size_t i) { return vekRecordingChannel::parse(channel.payloads("MPEventGen").at(i)); }
-    std::vector<int> sentIds()
-    {
-        std::vector<int> ids;
-        for (size_t i = 0; i < channel.count("MPEventGen"); ++i) {
-            ids.push_back(sent(i)["ID"].asInt());
-        }
-        return ids;
-    }
-
-    vekLocationTestHost host{root};
-    vekPlatformServices* services = nullptr;
-    vekRecordingChannel channel;
-    vekTestSmbios smbios;
-    vekTestComManager com{&channel, smbios};
-    vekOSInterface* os = nullptr;
 };
 
 TEST_F(NICEventsTest, EachChangeOfTheLinkGivesOneEventAndRecoveryComesFirst)

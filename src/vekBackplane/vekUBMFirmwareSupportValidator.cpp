@@ -53,8 +53,8 @@ void PrincipalUBMFirmwareSupportValidator::operator()(uint16_t vendorID, uint32_
                   deviceCode, firmware.c_str());
     const auto vendor = vendors_.find(vendorID);
     if (vendor == vendors_.end()) {
-        throw UnknownUBMBackplaneVendorException(vekLog::format("Unsupported/Unknown backplane vendor ID [%04x]!",
-                                                                vendorID));
+        throw UnknownUBMBackplaneVendorException(
+            vekLog::format("Unsupported/Unknown backplane vendor ID [%04x]!", vendorID));
     }
     VEK_LOG_DEBUG(TAG, "Found vendor's validators table.");
     (*vendor->second)(deviceCode, firmware);

@@ -52,11 +52,11 @@ bool findMultiRecord(const unsigned char* fru, size_t fruSize, size_t listAddres
 
 } // namespace
 
-bool vekUBMUtils::extractFRUDataFromIPMIProductInfoArea(const unsigned char* fruData, size_t fruSize,
-                                                        size_t fieldIndex, std::string& value)
+bool vekUBMUtils::extractFRUDataFromIPMIProductInfoArea(const unsigned char* fruData, size_t fruSize, size_t fieldIndex,
+                                                        std::string& value)
 {
-    VEK_LOG_DEBUG(TAG, "ipmiFRUData=%p; ipmiFRUDataSize=%zu; infoIndex=%zu", static_cast<const void*>(fruData),
-                  fruSize, fieldIndex);
+    VEK_LOG_DEBUG(TAG, "ipmiFRUData=%p; ipmiFRUDataSize=%zu; infoIndex=%zu", static_cast<const void*>(fruData), fruSize,
+                  fieldIndex);
     if (fieldIndex > kLastPredefinedField) {
         VEK_LOG_DEBUG(TAG, "Extracting custom field #%zu from PIA not supported.", fieldIndex);
         return false;

@@ -5,8 +5,8 @@
 // fetching them over I2C is the discovery's business.
 
 #include <cstddef>
-#include <vector>
 #include <string>
+#include <vector>
 
 // One drive route of the backplane, 7 bytes as the FRU holds them. Only the
 // bay is ours to read; the rest is carried for whoever needs it.
@@ -32,8 +32,8 @@ public:
     // Field 1 manufacturer, 2 product name, 3 part number, 4 version,
     // 5 serial number, 6 asset tag, 7 FRU file id. False, with the list of
     // reasons in the log, when the image does not hold that field.
-    static bool extractFRUDataFromIPMIProductInfoArea(const unsigned char* fruData, size_t fruSize,
-                                                      size_t fieldIndex, std::string& value);
+    static bool extractFRUDataFromIPMIProductInfoArea(const unsigned char* fruData, size_t fruSize, size_t fieldIndex,
+                                                      std::string& value);
 
     // The descriptors of the port route record (0xA1), as many as the count
     // record (0xA0) says. Clears the list first.

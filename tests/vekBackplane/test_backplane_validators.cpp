@@ -34,8 +34,7 @@ std::string kind(const Exception& e)
 }
 
 // "" when accepted, else the class and text of the refusal.
-template <typename Call>
-std::string verdict(Call call)
+template <typename Call> std::string verdict(Call call)
 {
     try {
         call();

@@ -27,9 +27,12 @@ const char* const kNoRoutes = nullptr;
 const char kEightBays[] = "0 1 2 3 4 5 6 7";
 
 // ipmi-fru's labels of the seven fields.
-const char* const kLabels[7] = {"FRU Product Manufacturer Name", "FRU Product Name",
-                                "FRU Product Part/Model Number", "FRU Product Version",
-                                "FRU Product Serial Number",     "FRU Product Asset Tag",
+const char* const kLabels[7] = {"FRU Product Manufacturer Name",
+                                "FRU Product Name",
+                                "FRU Product Part/Model Number",
+                                "FRU Product Version",
+                                "FRU Product Serial Number",
+                                "FRU Product Asset Tag",
                                 "FRU FRU File ID"};
 
 struct Case {
@@ -63,13 +66,12 @@ const Case kCases[] = {
     {"no product info area", "--product-offset 0", "", "", kEightBays, &kFields},
     {"a product info area past the end", "--product-offset 40", "FRU information inconsistent", "", kEightBays,
      &kFields},
-    {"an area length shorter than its fields", "--area-length 3", "product info area checksum invalid", "1",
-     kEightBays, &kFields},
+    {"an area length shorter than its fields", "--area-length 3", "product info area checksum invalid", "1", kEightBays,
+     &kFields},
     {"multi-records past the end", "--multirecord-offset 40", "FRU information inconsistent", kAllFields, kNoRoutes,
      &kFields},
     {"no multi-records", "--multirecord-offset 0", "", kAllFields, kNoRoutes, &kFields},
-    {"a list without its end bit", "--no-end-bit", "multirecord area format invalid", kAllFields, kEightBays,
-     &kFields},
+    {"a list without its end bit", "--no-end-bit", "multirecord area format invalid", kAllFields, kEightBays, &kFields},
     {"no end bit and no routes", "--no-end-bit --no-route-record", "multirecord area format invalid", kAllFields,
      kNoRoutes, &kFields},
     {"no count record", "--no-count-record", "", kAllFields, kNoRoutes, &kFields},

@@ -99,14 +99,19 @@ Bytes multiRecord(uint8_t type, const Bytes& data, bool last, bool badChecksum)
 // and 139, where the readers of the backplane expect them.
 Bytes multiRecordArea(const Options& o)
 {
-    const Bytes counts{static_cast<uint8_t>(o.vendor & 0xFF), static_cast<uint8_t>(o.vendor >> 8), 0x01, 0x00, 0x00,
+    const Bytes counts{static_cast<uint8_t>(o.vendor & 0xFF),
+                       static_cast<uint8_t>(o.vendor >> 8),
+                       0x01,
+                       0x00,
+                       0x00,
                        static_cast<uint8_t>(o.bayCount),
                        static_cast<uint8_t>(o.descriptorCount >= 0 ? o.descriptorCount : o.bays.size())};
     Bytes routes;
     for (size_t i = 0; i < o.bays.size(); ++i) {
         // Port, lane and link bytes the service carries without reading.
-        const Bytes descriptor{static_cast<uint8_t>(i), 0x40, 0x57, 0x00, static_cast<uint8_t>(i / 4),
-                               static_cast<uint8_t>(i % 4), static_cast<uint8_t>(o.bays[i])};
+        const Bytes descriptor{
+            static_cast<uint8_t>(i),        0x40, 0x57, 0x00, static_cast<uint8_t>(i / 4), static_cast<uint8_t>(i % 4),
+            static_cast<uint8_t>(o.bays[i])};
         routes.insert(routes.end(), descriptor.begin(), descriptor.end());
     }
     std::vector<std::pair<uint8_t, Bytes>> records;
@@ -186,7 +191,7 @@ std::vector<unsigned> numbers(const std::string& list)
 
 bool parse(int argc, char** argv, Options& o)
 {
-    const char* const fieldNames[7] = {"--manufacturer", "--product", "--part", "--version",
+    const char* const fieldNames[7] = {"--manufacturer", "--product", "--part",   "--version",
                                        "--serial",       "--asset",   "--file-id"};
     struct Flag {
         const char* name;

@@ -96,17 +96,4 @@ TEST(BackplaneValidatorTest, RefusalIsLoggedWithTheBackplane)
         << log.newText();
 }
 
-TEST(BackplaneValidatorTest, EachValidatorAnswersOnlyItsOwnQuestion)
-{
-    FalseUBMFirmwareSupportValidator refuse;
-    MinimumUBMFirmwareSupportValidator minimum("1.00");
-    ZOLUBMFirmwareSupportValidator zol;
-    EXPECT_EQ(verdict([&] { refuse("1.00"); }),
-              "FirmwareVersionNotSupported: UBM controller/manager firmware [1.00] not supported.");
-    EXPECT_EQ(verdict([&] { minimum(3u, "1.00"); }), "NotImplemented: Operator()(2) method not implemented!");
-    EXPECT_EQ(verdict([&] { zol(static_cast<uint16_t>(0x4417), 3u, "1.10"); }),
-              "NotImplemented: Operator()(3) method not implemented!");
-    EXPECT_EQ(verdict([&] { zol("1.10"); }), "NotImplemented: Operator()(1) method not implemented!");
-}
-
 } // namespace

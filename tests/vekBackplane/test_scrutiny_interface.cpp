@@ -3,8 +3,8 @@
 // controllers and FRU EEPROMs come from $VEK_ROOT/sim/libscrutiny.json, with
 // FRU images made by the project's generator (testtools/frugen).
 
+#include "vekBroadcomRules.h"
 #include "vekScrutinyInterface.h"
-#include "vekStorageBackplane.h"
 #include "vekSubjectShutdownNotifier.h"
 #include "vekTestRoot.h"
 
@@ -242,25 +242,31 @@ TEST_F(ScrutinyTest, ThreeFailedLoadsAreTheLastUntilReset)
         << log.newText();
 }
 
-// On platform type 2 a backplane is located and reported only with firmware
-// new enough for its UBM controller; discovery hands over what the check needs.
-TEST_F(ScrutinyTest, ASegmentWithTooOldFirmwareIsRefusedByTheValidator)
+// On platform type 2 a backplane is reported only with firmware new enough
+// for its UBM controller; elsewhere the firmware is no reason to leave it out.
+TEST_F(ScrutinyTest, ASegmentWithTooOldFirmwareIsNotReportedOnPlatformType2)
 {
     megaRAID(R"({"buses": [3, 5]})", R"("3": {"ubm": {"deviceCode": 5, "imageVersion": "1.5", "box": 1}},
                                         "5": {"ubm": {"deviceCode": 5, "imageVersion": "1.06", "box": 2}})");
     dsi.initialize(&subject);
     dsi.cacheBuild();
-    std::vector<std::string> refused;
-    for (const dsiEnclosureSegmentInfo* s : dsi.getEnclosureSegmentList(kMegaRAID)) {
-        try {
-            vekStorageBackplane::verifyUBMBackplaneFirmwareVersionSupported(
-                s->getUBMBackplanePCIVendorID(), s->getUBMControllerDeviceCode(), s->getUBMBackplaneImageVersion());
-        } catch (const vekStorageBackplane::Exception& e) {
-            refused.push_back(std::to_string(s->getI2CBusNumber()) + ": " + e.what());
+    ASSERT_EQ(dsi.getControllerList().size(), 1u);
+    const dsiControllerInfo& controller = *dsi.getControllerList()[0];
+    for (const int platform : {2, 4}) {
+        SCOPED_TRACE(platform);
+        vekLogTail log(vekTestMainLogPath());
+        std::vector<int> reported;
+        for (const dsiEnclosureSegmentInfo* s : dsi.getEnclosureSegmentList(kMegaRAID)) {
+            if (vekUBMBackplaneLocator("LSIMR_UBM_SUPP", platform).acceptEnclosureSegment(controller, *s)) {
+                reported.push_back(s->getI2CBusNumber());
+            }
         }
+        EXPECT_EQ(reported, platform == 2 ? std::vector<int>{5} : (std::vector<int>{3, 5}));
+        EXPECT_EQ(log.contains("Enclosure on I2C Bus #[3]: Backplane [0x4417, 0x00000005, 1.5] failed to meet minimum "
+                               "firmware version requirement for UBM support; Enclosure will not be reported. "
+                               "(Minimum UBM controller/manager firmware version requirement [1.5 >= 1.06] not met.)"),
+                  platform == 2);
     }
-    EXPECT_EQ(refused, std::vector<std::string>{"3: Minimum UBM controller/manager firmware version requirement "
-                                                "[1.5 >= 1.06] not met."});
 }
 
 } // namespace

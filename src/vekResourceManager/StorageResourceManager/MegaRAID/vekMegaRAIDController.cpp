@@ -602,6 +602,10 @@ void vekMegaRAIDController::raiseDriveEvent(vekDiskInfo& disk, VEK_RESOURCE_STAT
         VEK_LOG_INFO(TAG, "Ignoring WARNING event as device is already in BAD state");
         return;
     }
+    if (health == VEK_HEALTH_WARNING && disk.getEventHealth() == VEK_HEALTH_WARNING) {
+        VEK_LOG_INFO(TAG, "Skipping the event as fru is already BAD state");
+        return;
+    }
     if (health == VEK_HEALTH_CRITICAL && disk.getEventHealth() == VEK_HEALTH_CRITICAL &&
         !(critical && forwardAllCritical_)) {
         VEK_LOG_INFO(TAG, "Ignoring FATAL event as device already in CRITICAL state");

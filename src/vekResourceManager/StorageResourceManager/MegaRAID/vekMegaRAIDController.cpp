@@ -326,7 +326,11 @@ int vekMegaRAIDController::discoverStorageEnclosureInventory(std::vector<vekStor
     previousEnclosures_ = enclosures_;
     enclosures_.clear();
     // The enclosure segments come from the UBM support of backplane
-    // platforms, which this build does not hold.
+    // platforms. Without it there is nothing to find, which is no failure:
+    // the manager's collection goes on to enable the controller's events.
+    if (!driveBoxLocator()) {
+        return 0;
+    }
     VEK_LOG_DEBUG(TAG, "Returning -1 as no enclosure segments found.");
     return -1;
 }

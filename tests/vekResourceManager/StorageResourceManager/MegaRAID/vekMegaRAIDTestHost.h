@@ -51,15 +51,19 @@ protected:
             vekStorageControllerInfo info;
             std::vector<vekDiskInfo> disks;
             std::vector<vekLogicalDiskInfo> lds;
+            std::vector<vekStorageEnclosureInfo> enclosures;
+            // Each step ends the controller's collection when it fails.
             if (controller->discoverInventory(info) >= 0) {
                 controllers.push_back(info);
                 if (controller->discoverPhysicalDiskInventory(disks) >= 0) {
                     drives.insert(drives.end(), disks.begin(), disks.end());
+                    if (controller->discoverLogicalDiskInventory(lds) >= 0) {
+                        volumes.insert(volumes.end(), lds.begin(), lds.end());
+                        if (controller->discoverStorageEnclosureInventory(enclosures) >= 0) {
+                            controller->enableEvents();
+                        }
+                    }
                 }
-                if (controller->discoverLogicalDiskInventory(lds) >= 0) {
-                    volumes.insert(volumes.end(), lds.begin(), lds.end());
-                }
-                controller->enableEvents();
             }
             controller->releaseReference();
         }

@@ -6,7 +6,6 @@
 
 #include <dlfcn.h>
 #include <signal.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -21,12 +20,10 @@ const char TAG[] = "LSI_INTERF";
 const uint32_t kChipsetSAS35xx = 0x005D1000;
 const uint32_t kChipsetSAS39xx = 0x10E21000;
 
-// The library forks helpers of its own; their ends must not linger as zombies.
-void sighdlr(int)
-{
-    while (waitpid(-1, nullptr, WNOHANG) > 0) {
-    }
-}
+// The library forks helpers of its own and waits for them itself. The
+// handler only keeps SIGCHLD from being ignored; it must reap nothing, since
+// every pclose() and system() of the service needs its own child's status.
+void sighdlr(int) {}
 
 // A fixed-size text field of the firmware, which need not end in a NUL.
 std::string fieldText(const void* data, size_t size)

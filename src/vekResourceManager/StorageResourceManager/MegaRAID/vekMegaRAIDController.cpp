@@ -632,7 +632,15 @@ void vekMegaRAIDController::analyzePDEvent(VEK_SAS_EVENT_DETAIL& detail)
     }
     if (detail.code == 91) {
         VEK_LOG_INFO(TAG, "VEK has realized that PD has been inserted to existing  location");
-        const std::vector<PD_INFO> drives = vekStoreLibInterface::getInstance().getPDInventoryForCtrl(controllerId_);
+        vekStoreLibInterface& lib = vekStoreLibInterface::getInstance();
+        auto cacheLock = lib.takeLock(vekSASLSIEvent::lockWait());
+        if (!cacheLock.owns_lock()) {
+            VEK_LOG_ERROR(TAG, "MegaRAID [%s]: Event (0x%x) dropped: the library cache stays busy.",
+                          deviceName_.c_str(), detail.code);
+            return;
+        }
+        const std::vector<PD_INFO> drives = lib.getPDInventoryForCtrl(controllerId_);
+        cacheLock.unlock();
         const auto pd = std::find_if(drives.begin(), drives.end(), [&](const PD_INFO& d) {
             return d.enclosure == detail.pdEnclosure && d.slot == detail.pdSlot;
         });

@@ -481,3 +481,109 @@ TEST_F(VekdTest, WithoutTheRmcItExitsWithOneClearMessage)
 }
 
 } // namespace
+
+namespace {
+
+// The rack server's MegaRAID controller as the RMC receives it, placed by its
+// slot, with its drives and volumes; and a consistency check that corrects
+// three medium errors ends in exactly one event with the summary.
+TEST_F(VekdTest, MegaRAIDControllerReachesTheRmcAndAConsistencyCheckEndsInOneEvent)
+{
+    const std::string scenarioFile = host_ + "/sim/libstorelib.json";
+    Json::Value scenario;
+    {
+        std::ifstream in(std::string(VEK_SOURCE_DIR) + "/testtools/storelib/scenarios/rack-type4.json");
+        ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &scenario, nullptr));
+    }
+    auto writeScenario = [&] {
+        std::ofstream(scenarioFile + ".new", std::ios::trunc) << Json::writeString(Json::StreamWriterBuilder(), scenario);
+        ASSERT_EQ(std::rename((scenarioFile + ".new").c_str(), scenarioFile.c_str()), 0);
+    };
+    writeScenario();
+    start();
+    auto parse = [](const std::string& text) {
+        Json::Value value;
+        std::istringstream in(text);
+        Json::parseFromStream(Json::CharReaderBuilder(), in, &value, nullptr);
+        return value;
+    };
+    auto megaraid = [&] {
+        for (const auto& command : rmc_->spooledCommands()) {
+            const Json::Value collection = parse(command.payload)["HostDataCollection"];
+            for (const Json::Value& controller : collection["StorageControllers"]) {
+                if (command.name == "WriteInventory" && controller["Data"]["SerialNumber"] == "SKC4012345") {
+                    return collection;
+                }
+            }
+        }
+        return Json::Value();
+    };
+    ASSERT_TRUE(vekEventually([&] { return !megaraid().isNull(); }, std::chrono::seconds(60))) << mainLog();
+    const Json::Value storage = megaraid();
+    for (const Json::Value& controller : storage["StorageControllers"]) {
+        if (controller["Data"]["SerialNumber"] == "SKC4012345") {
+            EXPECT_EQ(controller["Data"]["Model"].asString(), "MegaRAID 9560-16i");
+            EXPECT_EQ(controller["Data"]["FirmwareVersion"].asString(), "5.220.02-3691");
+            EXPECT_EQ(controller["Data"]["Oem"]["Description"].asString(), "PCI 0000:3b:00.0 r001u03p1i02");
+            const std::string pl = controller["Data"]["Oem"]["PhysicalLocation"].asString();
+            EXPECT_EQ(pl.size(), 16u) << pl;
+            EXPECT_NE(pl, "FFFFFFFFFFFFFFFF");
+        }
+    }
+    std::set<std::string> serials;
+    for (const Json::Value& drive : storage["Drives"]) {
+        serials.insert(drive["Data"]["SerialNumber"].asString());
+    }
+    for (const char* serial : {"WFK0A1B20000C9270ABC", "WFK0A1B30000C9270ABD", "S45NNE0M500123", "S45NNE0M500124"}) {
+        EXPECT_EQ(serials.count(serial), 1u) << serial;
+    }
+    std::map<std::string, Json::Value> volumes;
+    for (const Json::Value& volume : storage["Volumes"]) {
+        volumes[volume["Data"]["DurableName"].asString()] = volume["Data"];
+    }
+    ASSERT_EQ(volumes.count("600062B20CF5E6802A9D4E1F0B7C3D01"), 1u) << storage["Volumes"];
+    EXPECT_EQ(volumes["600062B20CF5E6802A9D4E1F0B7C3D01"]["VolumeType"].asString(), "RAID1");
+    EXPECT_EQ(volumes["600062B20CF5E6802A9D4E1F0B7C3D01"]["Drives"].size(), 2u);
+    EXPECT_EQ(volumes.count("600062B20CF5E6802A9D4E1F0B7C3D02"), 1u);
+
+    // The firmware's events of the check, then a clean check of the other
+    // volume, whose event tells that the first check's events are all in.
+    auto event = [](unsigned seq, int code, int target, const std::string& text) {
+        Json::Value e;
+        e["seq"] = seq;
+        e["ctrl"] = 0;
+        e["code"] = code;
+        e["class"] = code == 57 ? 1 : 0;
+        e["locale"] = 1;
+        e["argType"] = 2;
+        e["targetId"] = target;
+        e["description"] = text;
+        return e;
+    };
+    for (unsigned seq = 1; seq <= 3; ++seq) {
+        scenario["events"].append(event(seq, 57, 0, "Consistency Check corrected medium error (VD 00/0)"));
+    }
+    scenario["events"].append(event(4, 58, 0, "Consistency Check done on VD 00/0"));
+    scenario["events"].append(event(5, 58, 1, "Consistency Check done on VD 01/1"));
+    writeScenario();
+    auto eventsOf = [&](int id) {
+        std::vector<Json::Value> found;
+        for (const auto& command : rmc_->spooledCommands()) {
+            const Json::Value e = parse(command.payload);
+            if (command.name == "MPEventGen" && e["ID"].asInt() == id) {
+                found.push_back(e);
+            }
+        }
+        return found;
+    };
+    ASSERT_TRUE(vekEventually([&] { return !eventsOf(1388).empty(); }, std::chrono::seconds(60))) << mainLog();
+    const std::vector<Json::Value> folded = eventsOf(1387);
+    ASSERT_EQ(folded.size(), 1u);
+    const std::string info = folded[0]["VariableData"]["EventInfo"].asString();
+    EXPECT_NE(info.find("# Corrected medium errors = 3"), std::string::npos) << info;
+    EXPECT_EQ(folded[0]["VariableData"]["Data"]["DurableName"].asString(), "600062B20CF5E6802A9D4E1F0B7C3D01");
+    EXPECT_EQ(folded[0]["VariableData"]["Data"]["Drives"].size(), 2u);
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
+} // namespace

@@ -56,6 +56,12 @@ const _VEK_STORAGE_HBA_MODEL gStorageHbaList[MAX_STORAGE_HBA_LIST] = {
     {onAnySystem, vekStorageChipsetID(kIntel, 0xA182), 0, VEK_STORAGE_FAMILY_HBA, "Lewisburg SATA AHCI"},
     {onAnySystem, vekStorageChipsetID(kIntel, 0xA1D2), 0, VEK_STORAGE_FAMILY_HBA, "Lewisburg sSATA AHCI"},
     {onAnySystem, vekStorageChipsetID(kAmd, 0x7901), 0, VEK_STORAGE_FAMILY_HBA, "FCH SATA AHCI"},
+    // Served by the MegaRAID factory through libstorelib.so.
+    {onAnySystem, vekStorageChipsetID(kBroadcom, 0x10E2), 0x40001000, VEK_STORAGE_FAMILY_MEGARAID, "MegaRAID 9560-16i"},
+    {onAnySystem, vekStorageChipsetID(kBroadcom, 0x10E2), 0x40101000, VEK_STORAGE_FAMILY_MEGARAID, "MegaRAID 9560-8i"},
+    {onAnySystem, vekStorageChipsetID(kBroadcom, 0x10E2), 0, VEK_STORAGE_FAMILY_MEGARAID,
+     "MegaRAID 12GSAS/PCIe Secure SAS39xx"},
+    {onAnySystem, vekStorageChipsetID(kBroadcom, 0x005D), 0, VEK_STORAGE_FAMILY_MEGARAID, "MegaRAID SAS-3 3108"},
 };
 
 const char* getStorageControllerModel(uint32_t chipsetID, uint32_t boardID, unsigned char familyMask,

@@ -1,0 +1,206 @@
+#include "vekMegaRAIDControllerFactory.h"
+
+#include "vekLog.h"
+#include "vekMegaRAIDController.h"
+#include "vekStoreLibInterface.h"
+#include "vekSubjectShutdownNotifier.h"
+#include "vekSubjectShutdownObserver.h"
+
+namespace {
+
+const char TAG[] = "LSI_FACTORY";
+
+// Enrols the factory before the manager's first build.
+const FactoryRegister registration(&vekMegaRAIDControllerFactory::getInstance());
+
+} // namespace
+
+vekMegaRAIDControllerFactory& vekMegaRAIDControllerFactory::getInstance()
+{
+    // Never destroyed: the library's event thread may still ask for controllers at exit.
+    static vekMegaRAIDControllerFactory* const instance = new vekMegaRAIDControllerFactory();
+    return *instance;
+}
+
+vekMegaRAIDControllerFactory::vekMegaRAIDControllerFactory() = default;
+vekMegaRAIDControllerFactory::~vekMegaRAIDControllerFactory() = default;
+
+bool vekMegaRAIDControllerFactory::initialize(vekOSInterface* osInterface, ISubject* shutdownSubject)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    if (initialized_) {
+        VEK_LOG_DEBUG(TAG, "Factory[%p]: Already initialized.", static_cast<void*>(this));
+        return true;
+    }
+    osInterface_ = osInterface;
+    initialized_ = true;
+    if (shutdownSubject == nullptr) {
+        VEK_LOG_DEBUG(TAG, "Factory[%p]: No shutdown subject specified during initialization process.",
+                      static_cast<void*>(this));
+        return true;
+    }
+    auto* notifier = dynamic_cast<vekSubjectShutdownNotifier*>(shutdownSubject);
+    if (notifier != nullptr && notifier->isSubjectShutdownInitiated()) {
+        VEK_LOG_DEBUG(TAG, "Subject shutdown has already started. Hence, initialization will be skipped.");
+        return true;
+    }
+    shutdownObserver_.reset(new vekSubjectShutdownObserver("vekMegaRAIDControllerFactory"));
+    const vekObservableStatus status = shutdownSubject->attach(shutdownObserver_.get(), VEK_OBSERVABLE_ASPECT_SHUTDOWN);
+    if (status != VEK_OBSERVABLE_STATUS_SUCCESS) {
+        VEK_LOG_WARNING(TAG, "Factory[%p]: Registration with shutdown subject failed (status: %d).",
+                        static_cast<void*>(this), status);
+    } else {
+        VEK_LOG_DEBUG(TAG, "Factory[%p]: Successfully registered to receive subject shutdown notification.",
+                      static_cast<void*>(this));
+    }
+    return true;
+}
+
+void vekMegaRAIDControllerFactory::resetControllerDetection()
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    for (vekMegaRAIDController* controller : controllers_) {
+        controller->setDeviceDetected(false);
+    }
+}
+
+int vekMegaRAIDControllerFactory::discoverControllers(std::vector<IvekStorageController*>& controllers)
+{
+    VEK_LOG_DEBUG(TAG, "Discovering LSI MR controllers instances list");
+    resetControllerDetection();
+    std::vector<vekMegaRAIDController*> gone;
+    {
+        std::lock_guard<std::recursive_mutex> lock(mutex_);
+        vekStoreLibInterface& lib = vekStoreLibInterface::getInstance();
+        if (!vekMegaRAIDController::isLSILibLoaded) {
+            if (!lib.vekStoreInit()) {
+                VEK_LOG_ERROR(TAG, "Issue occurred in discovering LSI MR inventory.");
+                return -1;
+            }
+            vekMegaRAIDController::isLSILibLoaded = true;
+        }
+        lib.cacheBuild("All");
+        if (firstPass_) {
+            // Backplane platforms place drives through the UBM support, which
+            // is not part of this build: drives keep the all-F PL.
+            VEK_LOG_DEBUG(TAG, "First inventory build");
+            firstPass_ = false;
+        }
+        for (const CTRL_INFO& ctrl : lib.getControllerCollection()) {
+            VEK_LOG_DEBUG(TAG, "discoverControllers ID = %d SN = %s", static_cast<int>(ctrl.ctrlId),
+                          ctrl.serialNumber.c_str());
+            bool found = false;
+            for (vekMegaRAIDController* controller : controllers_) {
+                if (controller->getDeviceName() == ctrl.serialNumber) {
+                    VEK_LOG_DEBUG(TAG, "Controller instance exists in inventory.");
+                    controller->setControllerId(ctrl.ctrlId);
+                    controller->setDeviceDetected(true);
+                    found = true;
+                    break;
+                }
+            }
+            if (!found) {
+                auto* controller = new vekMegaRAIDController(osInterface_);
+                controller->setControllerId(ctrl.ctrlId);
+                controller->setDeviceName(ctrl.serialNumber);
+                controller->setDeviceDetected(true);
+                controllers_.push_back(controller);
+            }
+        }
+        for (auto it = controllers_.begin(); it != controllers_.end();) {
+            if ((*it)->getDeviceDetected()) {
+                ++it;
+                continue;
+            }
+            gone.push_back(*it);
+            it = controllers_.erase(it);
+        }
+        VEK_LOG_DEBUG(TAG, "size of _controllerList is %zu", controllers_.size());
+        for (vekMegaRAIDController* controller : controllers_) {
+            controller->acquireReference();
+            controllers.push_back(controller);
+        }
+    }
+    // Outside the factory's lock: the last removal ends the event
+    // registration, which waits for the library's event thread, and that
+    // thread may be asking this factory for its controllers.
+    for (vekMegaRAIDController* controller : gone) {
+        controller->processDeviceRemoval();
+        controller->releaseReference();
+    }
+    return 0;
+}
+
+void vekMegaRAIDControllerFactory::getControllers(unsigned char familyMask,
+                                                  std::vector<IvekStorageController*>& controllers)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    for (vekMegaRAIDController* controller : controllers_) {
+        if ((controller->getFamilyFlags() & familyMask) != 0) {
+            controller->acquireReference();
+            controllers.push_back(controller);
+        }
+    }
+}
+
+void vekMegaRAIDControllerFactory::getControllers(std::vector<IvekStorageController*>& controllers)
+{
+    getControllers(VEK_STORAGE_FAMILY_ALL, controllers);
+}
+
+void vekMegaRAIDControllerFactory::deleteControllers(unsigned char familyMask)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    for (auto it = controllers_.begin(); it != controllers_.end();) {
+        if (((*it)->getFamilyFlags() & familyMask) == 0) {
+            ++it;
+            continue;
+        }
+        vekMegaRAIDController* controller = *it;
+        it = controllers_.erase(it);
+        controller->markRemoved();
+        controller->releaseReference();
+    }
+}
+
+void vekMegaRAIDControllerFactory::shutdownFactory()
+{
+    VEK_LOG_DEBUG(TAG, "Initiating shutdown sequence");
+    std::vector<vekMegaRAIDController*> all;
+    {
+        std::lock_guard<std::recursive_mutex> lock(mutex_);
+        all.swap(controllers_);
+    }
+    for (vekMegaRAIDController* controller : all) {
+        controller->disableEvents();
+        controller->processDeviceRemoval();
+        controller->releaseReference();
+    }
+    if (isScrutinyInitialized) {
+        VEK_LOG_DEBUG(TAG, "Shutting down scrutiny interface");
+        isScrutinyInitialized = false;
+    }
+}
+
+IvekStorageController* vekMegaRAIDControllerFactory::FindExistingController(uint32_t chipsetID, uint32_t boardID,
+                                                                            const std::string& pciLocation,
+                                                                            bool ignored)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    for (vekMegaRAIDController* controller : controllers_) {
+        if (controller->isMatchingController(chipsetID, boardID, pciLocation, ignored)) {
+            return controller;
+        }
+    }
+    return nullptr;
+}
+
+std::vector<std::tuple<uint32_t, uint32_t>> vekMegaRAIDControllerFactory::getSupportedControllerModels()
+{
+    // (board id, chipset id); board 0 stands for any board of the chipset.
+    static const std::vector<std::tuple<uint32_t, uint32_t>> models = {
+        std::make_tuple(0u, vekStorageChipsetID(0x1000, 0x10E2)),
+        std::make_tuple(0u, vekStorageChipsetID(0x1000, 0x005D)),
+    };
+    return models;
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "IvekStorageControllerFactory.h"
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+class vekMegaRAIDController;
+class vekSubjectShutdownObserver;
+
+// The factory of the MegaRAID controllers that libstorelib.so serves: what
+// the library lists is created, what it no longer lists is removed.
+class vekMegaRAIDControllerFactory : public IvekStorageControllerFactory {
+public:
+    static vekMegaRAIDControllerFactory& getInstance();
+
+    vekMegaRAIDControllerFactory();
+    ~vekMegaRAIDControllerFactory() override;
+    vekMegaRAIDControllerFactory(const vekMegaRAIDControllerFactory&) = delete;
+    vekMegaRAIDControllerFactory& operator=(const vekMegaRAIDControllerFactory&) = delete;
+
+    bool initialize(vekOSInterface* osInterface, ISubject* shutdownSubject) override;
+    int discoverControllers(std::vector<IvekStorageController*>& controllers) override;
+    void getControllers(unsigned char familyMask, std::vector<IvekStorageController*>& controllers) override;
+    // All controllers, each with a reference.
+    void getControllers(std::vector<IvekStorageController*>& controllers);
+    void shutdownFactory() override;
+    // Changes arrive through the library's events.
+    void poll() override {}
+    void deleteControllers(unsigned char familyMask) override;
+    std::vector<std::tuple<uint32_t, uint32_t>> getSupportedControllerModels() override;
+
+    IvekStorageController* FindExistingController(uint32_t chipsetID, uint32_t boardID,
+                                                  const std::string& pciLocation, bool ignored);
+
+private:
+    void resetControllerDetection();
+
+    std::vector<vekMegaRAIDController*> controllers_;
+    std::recursive_mutex mutex_;
+    std::unique_ptr<vekSubjectShutdownObserver> shutdownObserver_;
+    vekOSInterface* osInterface_ = nullptr;
+    bool initialized_ = false;
+    bool firstPass_ = true;
+    // The UBM support of backplane platforms is built apart; until it is,
+    // no pass initialises it.
+    bool isScrutinyInitialized = false;
+};

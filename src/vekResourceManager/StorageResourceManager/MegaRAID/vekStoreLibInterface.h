@@ -1,0 +1,158 @@
+#pragma once
+
+#include "vekStoreLibSDK.h"
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace vekBroadcom {
+
+class Exception : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class StorelibAPIFailureException : public Exception {
+public:
+    StorelibAPIFailureException(uint32_t status, const std::string& what)
+        : Exception("storelib failure 0x" + hex(status) + " retrieving " + what), status_(status)
+    {
+    }
+    uint32_t status() const { return status_; }
+
+private:
+    static std::string hex(uint32_t value);
+    uint32_t status_;
+};
+
+} // namespace vekBroadcom
+
+// A controller as the library's cache holds it.
+struct CTRL_INFO {
+    uint32_t ctrlId = 0;
+    std::string serialNumber;
+    std::string protocol;
+    std::string model;
+    std::string firmwareVersion;
+    std::string pciLocation;
+    uint32_t chipsetId = 0;
+    uint32_t boardId = 0;
+};
+
+// A physical drive of a controller.
+struct PD_INFO {
+    uint16_t deviceId = 0;
+    int enclosure = -1;
+    int slot = -1;
+    std::string serialNumber;
+    std::string model;
+    std::string vendor;
+    std::string revision;
+    std::string protocol;
+    std::string mediaType;
+    int fwState = -1;
+    int health = 3;
+    uint64_t capacityBytes = 0;
+    // Retries and failures seen since the drive was last inserted or changed state.
+    int retryCount = 0;
+    std::vector<std::string> connectorNames;
+};
+
+// A logical drive of a controller, its members by serial number.
+struct LD_INFO {
+    int targetId = -1;
+    std::string durableName;
+    std::string name;
+    std::string raidLevel;
+    int state = -1;
+    uint64_t capacityBytes = 0;
+    std::vector<std::string> members;
+};
+
+// The one door to libstorelib.so: loads it once, wraps its entry point in
+// named requests and keeps a per-controller cache of what it answered, from
+// which the MegaRAID controllers build their inventory. The library's calls
+// and the cache share one lock, since a request sequence runs against the
+// library's notion of a current controller.
+class vekStoreLibInterface {
+public:
+    static vekStoreLibInterface& getInstance();
+
+    // An interface over another library file (tests of a library that can't load).
+    explicit vekStoreLibInterface(std::string libraryName);
+    ~vekStoreLibInterface();
+    vekStoreLibInterface(const vekStoreLibInterface&) = delete;
+    vekStoreLibInterface& operator=(const vekStoreLibInterface&) = delete;
+
+    // True when the library is loaded and initialised; a library that can't
+    // be loaded is not tried again in this process.
+    bool vekStoreInit();
+    void UnInitializeLibrary();
+    bool isInitialized() const { return initializeMRsuccessful; }
+
+    // The one gate to the library.
+    uint32_t ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T& param);
+
+    // "All"/"ALL_EVENT", "PD_EVENT", "LD_EVENT", "CTRL_EVENT".
+    void cacheBuild(const std::string& selector);
+
+    std::vector<CTRL_INFO> getControllerCollection();
+    bool getControllerInventory(uint32_t ctrlId, CTRL_INFO& info);
+    std::vector<PD_INFO> getPDInventoryForCtrl(uint32_t ctrlId);
+    std::vector<LD_INFO> getLDInventoryForCtrl(uint32_t ctrlId);
+    bool getControllerID(const std::string& serial, uint32_t& ctrlId);
+    // Zeroes the retry counter of the drive at that place.
+    void resetPDRetryCounter(uint32_t ctrlId, int enclosure, int slot);
+    // The ids of the library's controller list, as loaded.
+    std::vector<uint32_t> getLibraryControllerIds();
+
+    // The lock of the cache and the library, for the event path: bounded, so
+    // an event never hangs on a long build.
+    std::unique_lock<std::recursive_timed_mutex> takeLock(std::chrono::milliseconds wait);
+
+    uint32_t getCtrlList(_SL_CTRL_LIST_T& list);
+    uint32_t getCtrlInfoFunc(uint32_t ctrlId, _MR_CTRL_INFO& info);
+    // The drives of a controller; grows its buffer once when the library says
+    // the list is longer than the first one holds.
+    uint32_t GetPDListFunc(uint32_t ctrlId, std::vector<_MR_PD_ADDRESS>& drives, size_t initialEntries = 32);
+    uint32_t FirePDInfo(uint32_t ctrlId, uint16_t deviceId, _MR_PD_INFO& info);
+    uint32_t GetLDListFunc(uint32_t ctrlId, _MR_LD_LIST& list);
+    uint32_t FireLDInfo(uint32_t ctrlId, uint8_t targetId, _MR_LD_INFO& info);
+    uint32_t GetLDPDMap(uint32_t ctrlId, uint8_t targetId, _MR_LD_PD_MAP& map);
+    // The first member's user block size, 512 when the library says 0 or fails.
+    uint32_t GetUserDataBlockSizeOfPdInLD(uint32_t ctrlId, uint8_t targetId);
+    uint32_t IssueEventSequenceInfo(uint32_t ctrlId, _MR_EVT_LOG_INFO& info);
+    uint32_t sendDCMDPassThru(uint32_t ctrlId, uint32_t opCode, void* data, uint32_t length, const char* what);
+
+    static int getHealth(int fwState);
+    static std::string getFWStateString(int fwState);
+    static int getLDHealth(int ldState);
+    static std::string getLDStateString(int ldState);
+    static std::string getRAIDLevelString(int primary, int secondary, int spanDepth);
+    static std::string getCtrlPCILoc(const _SL_PCI_INFO_T& pci);
+
+private:
+    void buildControllerInfo();
+    void buildPDInfo();
+    void buildLDInfo();
+    std::string getControllerSerialNo(uint32_t ctrlId, const _MR_CTRL_INFO* info);
+    uint32_t libraryCommand(uint8_t type, uint8_t cmd, uint32_t ctrlId, void* data, uint32_t size);
+
+    std::string libraryName_;
+    void* handle_ = nullptr;
+    ProcessLibCommandFunction pfnProcessLibCommandMR = nullptr;
+    bool libMRPresent = false;
+    bool initializeMRsuccessful = false;
+    bool doNotRetryLibLoad = false;
+    _SL_CTRL_LIST_T gCtrlListMR{};
+    uint32_t gTotalControllers = 0;
+    std::recursive_timed_mutex cache_lock;
+    std::vector<CTRL_INFO> controllers_;
+    std::map<uint32_t, std::vector<PD_INFO>> drives_;
+    std::map<uint32_t, std::vector<LD_INFO>> logicalDrives_;
+};

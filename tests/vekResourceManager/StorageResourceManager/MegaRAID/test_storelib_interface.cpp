@@ -1,0 +1,197 @@
+// The door to libstorelib.so: the firmware's words, the cache built from the
+// stand-in library's answers, and what the library's faults leave.
+
+#include "vekMegaRAIDTestHost.h"
+#include "vekStoreLibInterface.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+size_t occurrences(const std::string& text, const std::string& word)
+{
+    size_t count = 0;
+    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+TEST(MegaRAIDStoreLibTablesTest, FirmwareStatesRaidLevelsAndHealth)
+{
+    struct Drive {
+        int state;
+        const char* word;
+        int health;
+    };
+    for (const Drive& c : std::vector<Drive>{{0x00, "Online", 1}, {0x02, "Online", 1}, {0x18, "Online", 1},
+                                             {0x20, "Online", 1}, {0x40, "Online", 1}, {0x14, "Rebuild", 1},
+                                             {0x01, "Unconfigured bad", 4}, {0x10, "Offline", 4},
+                                             {0x11, "Failed", 4}, {0x99, "Unknown", 3}}) {
+        EXPECT_EQ(vekStoreLibInterface::getFWStateString(c.state), c.word) << c.state;
+        EXPECT_EQ(vekStoreLibInterface::getHealth(c.state), c.health) << c.state;
+    }
+    struct Volume {
+        int state;
+        const char* word;
+        int health;
+    };
+    for (const Volume& c : std::vector<Volume>{{0, "Offline", 4}, {1, "Partially degraded", 0}, {2, "Degraded", 0},
+                                               {3, "Optimal", 0}, {7, "Undefined", 3}}) {
+        EXPECT_EQ(vekStoreLibInterface::getLDStateString(c.state), c.word) << c.state;
+        EXPECT_EQ(vekStoreLibInterface::getLDHealth(c.state), c.health) << c.state;
+    }
+    struct Level {
+        int primary, secondary, spans;
+        const char* label;
+    };
+    for (const Level& c : std::vector<Level>{{0, 0, 1, "RAID0"},   {1, 0, 1, "RAID1"},       {5, 0, 1, "RAID5"},
+                                             {6, 0, 1, "RAID6"},   {17, 0, 1, "PRL11"},      {15, 0, 1, "SingleDisk"},
+                                             {1, 0, 2, "RAID10"},  {5, 0, 3, "RAID50"},      {6, 0, 2, "RAID60"},
+                                             {17, 0, 2, "PRL11 with Spanning"}, {0x2a, 0, 1, "0x2a"},
+                                             {1, 3, 1, "SRL 3"}}) {
+        EXPECT_EQ(vekStoreLibInterface::getRAIDLevelString(c.primary, c.secondary, c.spans), c.label)
+            << c.primary << "/" << c.secondary << "/" << c.spans;
+    }
+    struct Health {
+        int library;
+        VEK_RESOURCE_HEALTH health;
+    };
+    for (const Health& c : std::vector<Health>{{1, VEK_HEALTH_OK},
+                                               {2, VEK_HEALTH_WARNING},
+                                               {3, VEK_HEALTH_UNKNOWN},
+                                               {4, VEK_HEALTH_CRITICAL},
+                                               {0, VEK_HEALTH_UNKNOWN}}) {
+        EXPECT_EQ(vekMegaRAIDController::getHealthEnum(c.library), c.health) << c.library;
+    }
+}
+
+TEST(MegaRAIDStoreLibLoadTest, ALibraryThatFailsToLoadIsNotTriedAgain)
+{
+    vekLogTail log(vekTestMainLogPath());
+    vekStoreLibInterface absent("libstorelib-absent.so");
+    EXPECT_FALSE(absent.vekStoreInit());
+    EXPECT_FALSE(absent.vekStoreInit());
+    EXPECT_FALSE(absent.isInitialized());
+    const std::string told = log.newText();
+    EXPECT_EQ(occurrences(told, "Failed to load library for monitoring MegaRAID devices. If you need VEK to monitor "
+                                "this class of devices, then kindly remove and install storelib package and restart"),
+              1u)
+        << told;
+    EXPECT_EQ(occurrences(told, "Error occurred while loading MegaRAID lib dlerror = libstorelib-absent.so"), 1u);
+    // Nothing reaches a library that is not there.
+    _SL_LIB_CMD_PARAM_T param{};
+    EXPECT_EQ(absent.ProcessLibCommandCall(param), SL_ERR_INIT_NOT_DONE);
+}
+
+class MegaRAIDStoreLibTest : public vekMegaRAIDTest {
+protected:
+    vekStoreLibInterface& lib = vekStoreLibInterface::getInstance();
+};
+
+TEST_F(MegaRAIDStoreLibTest, TheCacheHoldsTheRackServersControllerDrivesAndVolumes)
+{
+    ASSERT_TRUE(lib.vekStoreInit());
+    lib.cacheBuild("All");
+    const std::vector<CTRL_INFO> ctrls = lib.getControllerCollection();
+    ASSERT_EQ(ctrls.size(), 1u);
+    EXPECT_EQ(ctrls[0].serialNumber, "SKC4012345");
+    EXPECT_EQ(ctrls[0].model, "MegaRAID 9560-16i 8GB");
+    EXPECT_EQ(ctrls[0].firmwareVersion, "5.220.02-3691");
+    EXPECT_EQ(ctrls[0].pciLocation, "0000:3b:00.0");
+    EXPECT_EQ(ctrls[0].chipsetId, 0x10E21000u);
+    EXPECT_EQ(ctrls[0].boardId, 0x40001000u);
+    EXPECT_EQ(ctrls[0].protocol, "SAS/SATA/NVMe");
+    uint32_t id = 99;
+    EXPECT_TRUE(lib.getControllerID("SKC4012345", id));
+    EXPECT_EQ(id, 0u);
+
+    const std::vector<PD_INFO> pds = lib.getPDInventoryForCtrl(0);
+    ASSERT_EQ(pds.size(), 4u);
+    EXPECT_EQ(pds[0].serialNumber, "WFK0A1B20000C9270ABC");
+    EXPECT_EQ(pds[0].model, "ST1200MM0009");
+    EXPECT_EQ(pds[0].vendor, "SEAGATE");
+    EXPECT_EQ(pds[0].protocol, "SAS");
+    EXPECT_EQ(pds[0].mediaType, "HDD");
+    EXPECT_EQ(pds[0].capacityBytes, 2344225968ULL * 512);
+    EXPECT_EQ(pds[0].enclosure, 252);
+    EXPECT_EQ(pds[0].slot, 0);
+    EXPECT_EQ(pds[3].protocol, "SATA");
+    EXPECT_EQ(pds[3].mediaType, "SSD");
+    EXPECT_EQ(pds[3].health, 1);
+
+    const std::vector<LD_INFO> lds = lib.getLDInventoryForCtrl(0);
+    ASSERT_EQ(lds.size(), 2u);
+    EXPECT_EQ(lds[0].durableName, "600062B20CF5E6802A9D4E1F0B7C3D01");
+    EXPECT_EQ(lds[0].name, "VD_OS");
+    EXPECT_EQ(lds[0].raidLevel, "RAID1");
+    EXPECT_EQ(lds[0].capacityBytes, 2343174144ULL * 512);
+    EXPECT_EQ(lds[0].members, (std::vector<std::string>{"WFK0A1B20000C9270ABC", "WFK0A1B30000C9270ABD"}));
+    EXPECT_EQ(lds[1].members, (std::vector<std::string>{"S45NNE0M500123", "S45NNE0M500124"}));
+}
+
+// Each fault of the library, and what stays of the cache.
+TEST_F(MegaRAIDStoreLibTest, LibraryFaultsLeaveTheRestOfTheCache)
+{
+    vekLogTail log(vekTestMainLogPath());
+    // Refused initialisation: told, and tried again at the next call.
+    scenario["init"] = "802B";
+    writeScenario();
+    EXPECT_FALSE(lib.vekStoreInit());
+    EXPECT_TRUE(log.contains("User Access level incorrect, administrator privilege required"));
+    EXPECT_TRUE(log.contains("InitLib failed for MegaRAID SAS Controller!!"));
+    scenario.removeMember("init");
+
+    // A controller of an unknown chipset is skipped, with its ids; one whose
+    // information can't be read stays, with an empty model.
+    Json::Value unknown = scenario["controllers"][0];
+    unknown["id"] = 1;
+    unknown["deviceId"] = "0017";
+    unknown["serialNumber"] = "SKUNKNOWN1";
+    Json::Value mute = scenario["controllers"][0];
+    mute["id"] = 2;
+    mute["serialNumber"] = "SKMUTE0002";
+    mute["fail"].append("info");
+    scenario["controllers"].append(unknown);
+    scenario["controllers"].append(mute);
+    // A volume whose members report no block size.
+    scenario["controllers"][0]["logicalDrives"][1]["blockSize"] = 0;
+    writeScenario();
+    ASSERT_TRUE(lib.vekStoreInit());
+    lib.cacheBuild("All");
+    EXPECT_TRUE(log.contains("Skipping the controller as chipset is not recognized. (vendorID= \t\t\t\t   0x1000, "
+                             "chipsetID= 0x00171000"));
+    const std::vector<CTRL_INFO> ctrls = lib.getControllerCollection();
+    ASSERT_EQ(ctrls.size(), 2u);
+    EXPECT_EQ(ctrls[0].serialNumber, "SKC4012345");
+    EXPECT_EQ(ctrls[1].serialNumber, "SKMUTE0002");
+    EXPECT_EQ(ctrls[1].model, "");
+    EXPECT_EQ(lib.GetUserDataBlockSizeOfPdInLD(0, 1), 512u);
+    EXPECT_EQ(lib.getLDInventoryForCtrl(0)[1].capacityBytes, 1874329600ULL * 512);
+
+    // The list shrinks between builds: the cache follows.
+    scenario["controllers"].resize(1);
+    writeScenario();
+    lib.cacheBuild("All");
+    EXPECT_EQ(lib.getControllerCollection().size(), 1u);
+    EXPECT_TRUE(lib.getPDInventoryForCtrl(2).empty());
+}
+
+// A PD list longer than the first buffer is asked again with room for all,
+// and never read past what the library filled.
+TEST_F(MegaRAIDStoreLibTest, APDListLongerThanTheCallersBufferIsReadWhole)
+{
+    ASSERT_TRUE(lib.vekStoreInit());
+    std::vector<_MR_PD_ADDRESS> drives;
+    ASSERT_EQ(lib.GetPDListFunc(0, drives, 1), SL_SUCCESS);
+    ASSERT_EQ(drives.size(), 4u);
+    EXPECT_EQ(drives[3].deviceId, 11);
+    EXPECT_EQ(drives[3].slotNumber, 3);
+    EXPECT_EQ(lib.GetPDListFunc(7, drives), SL_ERR_INVALID_CTRL);
+    EXPECT_TRUE(drives.empty());
+}
+
+} // namespace

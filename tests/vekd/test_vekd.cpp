@@ -132,6 +132,29 @@ protected:
             std::chrono::seconds(60));
     }
 
+    // Waits for an inventory document that holds the top-level section of
+    // the key: the first push goes out with the managers ready by then, a
+    // late manager's own push follows.
+    bool waitForInventoryWith(const std::string& key, Json::Value& document)
+    {
+        return vekEventually(
+            [&] {
+                for (const auto& command : rmc_->spooledCommands()) {
+                    Json::Value parsed;
+                    std::istringstream in(command.payload);
+                    std::string errors;
+                    if (command.name == "WriteInventory" &&
+                        Json::parseFromStream(Json::CharReaderBuilder(), in, &parsed, &errors) &&
+                        parsed["HostDataCollection"].isMember(key)) {
+                        document = parsed;
+                        return true;
+                    }
+                }
+                return false;
+            },
+            std::chrono::seconds(60));
+    }
+
     std::unique_ptr<vekRmcEmulator> rmc_;
     std::string host_;
     pid_t pid_ = -1;
@@ -151,17 +174,15 @@ TEST_F(VekdTest, StartsSendsTheInventoryAndStopsGracefully)
     EXPECT_EQ(access(scratch.c_str(), F_OK), 0);
     vekRmcEmulator::Command inventory;
     ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
+    Json::Value document;
+    ASSERT_TRUE(waitForInventoryWith("Oem", document)) << mainLog();
     const int status = stop(SIGTERM);
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
 
-    Json::Value document;
-    std::istringstream in(inventory.payload);
-    std::string errors;
-    ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &document, &errors)) << errors;
     const Json::Value& oem = document["HostDataCollection"]["Oem"];
-    EXPECT_FALSE(oem["HostOSInfo"]["HostName"].asString().empty()) << inventory.payload;
-    EXPECT_TRUE(oem["CollectionInfo"].isObject()) << inventory.payload;
+    EXPECT_FALSE(oem["HostOSInfo"]["HostName"].asString().empty()) << document;
+    EXPECT_TRUE(oem["CollectionInfo"].isObject()) << document;
     // Compact text, as the RMC takes it.
     EXPECT_EQ(inventory.payload.find('\n'), std::string::npos);
 
@@ -404,9 +425,9 @@ TEST_F(VekdTest, ConfigurationFaultsAreToldAndOnlyTheCrashSimulationEndsTheServi
     const Case cases[] = {
         {"a key of the wrong type; a resource without a manager",
          R"({"LoggingLevel": 5, "VEKLogLocation": "/scratch/log/zolvek/vek.log",
-             "EnableResources": ["HostOSInfo", "GPUDevices"]})",
+             "EnableResources": ["HostOSInfo", "Utilization"]})",
          "vekd: configuration: " + conf + ": \"LoggingLevel\" must be a string, not an integer; its default is used\n",
-         0, "Error:unable to create thread for the RM 5"},
+         0, "Error:unable to create thread for the RM 99"},
         {"not JSON", "{\"LoggingLevel\": ", "vekd: configuration: cannot parse " + conf + ": ", 0, ""},
         {"crash simulation 6",
          R"({"VEKLogLocation": "/scratch/log/zolvek/vek.log", "EnableResources": ["HostOSInfo"],
@@ -478,6 +499,29 @@ TEST_F(VekdTest, WithoutTheRmcItExitsWithOneClearMessage)
         EXPECT_NE(readAll(host_ + "/vekd.stderr").find("vekd: cannot reach the RMC (IPMI - Connection - Failed)"),
                   std::string::npos);
     }
+}
+
+// The rack server's two GPUs reach the RMC as its "Processors", each placed
+// in its slot.
+TEST_F(VekdTest, GPUsReachTheRmcAsProcessors)
+{
+    start();
+    Json::Value document;
+    ASSERT_TRUE(waitForInventoryWith("Processors", document)) << mainLog();
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+    const Json::Value& processors = document["HostDataCollection"]["Processors"];
+    ASSERT_EQ(processors.size(), 2u) << document;
+    const char* const descriptions[] = {"PCI 0000:ca:00.0 r001u03p1i05", "PCI 0000:e5:00.0 r001u03p1i09"};
+    for (Json::ArrayIndex i = 0; i < 2; ++i) {
+        const Json::Value& gpu = processors[i];
+        EXPECT_EQ(gpu["Oem"]["Description"].asString(), descriptions[i]) << gpu;
+        const std::string pl = gpu["Oem"]["PhysicalLocation"].asString();
+        EXPECT_EQ(pl.size(), 16u) << gpu;
+        EXPECT_NE(pl, "FFFFFFFFFFFFFFFF") << gpu;
+        EXPECT_EQ(gpu["Manufacturer"].asString(), "NVIDIA Corporation") << gpu;
+        EXPECT_EQ(gpu["Status"]["State"].asString(), "Online") << gpu;
+    }
+    EXPECT_EQ(processors[1]["Name"].asString(), "NVIDIA L40S");
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "vekFactory.h"
 
 #include "FCResourceManager/FCResourceManager.h"
+#include "GPUResourceManager/GPUResourceManager.h"
 #include "HostResourceManager/HostResourceManager.h"
 #include "NICResourceManager/NICResourceManager.h"
 #include "SASResourceManager.h"
@@ -20,6 +21,8 @@ vekResourceManager* vekFactory::createInstance(int id)
         return &SASResourceManager::getInstance();
     case vekResourceIds::ETHERNET:
         return &NICResourceManager::getInstance();
+    case vekResourceIds::GPU:
+        return &GPUResourceManager::getInstance();
     default:
         return nullptr;
     }

@@ -3,6 +3,7 @@
 #include "FCResourceManager/FCResourceManager.h"
 #include "HostResourceManager/HostResourceManager.h"
 #include "NICResourceManager/NICResourceManager.h"
+#include "NVMeResourceManager/NVMeResourceManager.h"
 #include "SASResourceManager.h"
 #include "vekResourceIds.h"
 
@@ -20,6 +21,8 @@ vekResourceManager* vekFactory::createInstance(int id)
         return &SASResourceManager::getInstance();
     case vekResourceIds::ETHERNET:
         return &NICResourceManager::getInstance();
+    case vekResourceIds::NVME:
+        return &NVMeResourceManager::getInstance();
     default:
         return nullptr;
     }

@@ -293,9 +293,13 @@ void NVMeResourceManager::init()
         lifecycle_.markShutdownComplete();
         return;
     }
-    collector_.reset(
-        new vekNvmeDeviceDataCollector(std::unique_ptr<vekNvmeInterface>(new vekNvmeVmwareInterface(*system))));
-    eventManager_.reset(new vekNvmeEventManager(services_));
+    {
+        // The stop and the test events come from other threads.
+        std::lock_guard<std::mutex> lock(jobMutex_);
+        collector_.reset(
+            new vekNvmeDeviceDataCollector(std::unique_ptr<vekNvmeInterface>(new vekNvmeVmwareInterface(*system))));
+        eventManager_.reset(new vekNvmeEventManager(services_));
+    }
     startInventory();
 }
 
@@ -566,12 +570,13 @@ void NVMeResourceManager::stopResourceManagerJob()
     if (!started_) {
         return;
     }
-    if (collector_) {
-        collector_->notifyNVMeRMStop();
-    }
     {
         std::lock_guard<std::mutex> lock(jobMutex_);
         stop_ = true;
+        // A walk in progress ends after the device in hand.
+        if (collector_) {
+            collector_->notifyNVMeRMStop();
+        }
     }
     jobCondition_.notify_all();
     lifecycle_.stopResourceManagerJob();
@@ -585,7 +590,12 @@ bool NVMeResourceManager::generateTestEvent(int id, std::string details, bool as
         VEK_LOG_ERROR(TAG, "Test event [%d] is not an NVMe event.", id);
         return false;
     }
-    if (!eventManager_) {
+    vekNvmeEventManager* events = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(jobMutex_);
+        events = eventManager_.get();
+    }
+    if (events == nullptr) {
         VEK_LOG_ERROR(TAG, "Test event [%d] not sent: the manager has not started", id);
         return false;
     }
@@ -597,7 +607,7 @@ bool NVMeResourceManager::generateTestEvent(int id, std::string details, bool as
         for (vekStorageControllerInfo& controller : controllers) {
             if (controller.getPhysicalLocation() == details || controller.getDeviceName() == details) {
                 controller.setEventInfoString(injected);
-                eventManager_->generateEvent(id, controller.getPhysicalLocation(), asserted, controller);
+                events->generateEvent(id, controller.getPhysicalLocation(), asserted, controller);
                 return true;
             }
         }
@@ -605,7 +615,7 @@ bool NVMeResourceManager::generateTestEvent(int id, std::string details, bool as
         for (vekNVMeDiskInfo& drive : drives) {
             if (drive.getOem().getPhysicalLocation() == details || drive.getDeviceName() == details) {
                 drive.setEventInfoString(injected);
-                eventManager_->generateEvent(id, drive.getOem().getPhysicalLocation(), asserted, drive);
+                events->generateEvent(id, drive.getOem().getPhysicalLocation(), asserted, drive);
                 return true;
             }
         }

@@ -630,4 +630,76 @@ TEST_F(VekdTest, MegaRAIDControllerReachesTheRmcAndAConsistencyCheckEndsInOneEve
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 
+// The NVMe devices of the rack server as the RMC receives them: the two
+// cards as controllers and drives, the three bays as drives, each placed;
+// and the read-only flag of a card's SMART log raising 837 and 538.
+TEST_F(VekdTest, NVMeDevicesAreInTheInventoryAndAReadOnlyCardReachesTheRmc)
+{
+    start();
+    auto parse = [](const std::string& text) {
+        Json::Value value;
+        std::istringstream in(text);
+        std::string errors;
+        Json::parseFromStream(Json::CharReaderBuilder(), in, &value, &errors);
+        return value;
+    };
+    // The NVMe items of a section of the last inventory.
+    auto nvmeItems = [&](const std::string& section) {
+        std::vector<Json::Value> items;
+        for (const auto& command : rmc_->spooledCommands()) {
+            if (command.name != "WriteInventory") {
+                continue;
+            }
+            items.clear();
+            const Json::Value document = parse(command.payload);
+            for (const Json::Value& item : document["HostDataCollection"][section]) {
+                if (item["Protocol"].asString() == "NVMe") {
+                    items.push_back(item);
+                }
+            }
+        }
+        return items;
+    };
+    ASSERT_TRUE(vekEventually([&] { return nvmeItems("Drives").size() == 5; }, std::chrono::seconds(60)))
+        << mainLog();
+    const std::vector<Json::Value> controllers = nvmeItems("StorageControllers");
+    ASSERT_EQ(controllers.size(), 2u);
+    std::set<std::string> descriptions;
+    for (const Json::Value& controller : controllers) {
+        descriptions.insert(controller["Oem"]["Description"].asString());
+    }
+    EXPECT_EQ(descriptions,
+              (std::set<std::string>{"PCI 0000:e3:00.0 r001u03p1i07", "PCI 0000:e4:00.0 r001u03p1i08"}));
+    std::vector<Json::Value> placed = controllers;
+    for (const Json::Value& drive : nvmeItems("Drives")) {
+        placed.push_back(drive);
+    }
+    for (const Json::Value& item : placed) {
+        const std::string pl = item["Oem"]["PhysicalLocation"].asString();
+        EXPECT_TRUE(std::regex_match(pl, std::regex("[0-9A-F]{16}"))) << item;
+        EXPECT_NE(pl, "FFFFFFFFFFFFFFFF") << item;
+    }
+
+    const std::string smart = host_ + "/sim/cli/nvme_device_log_smart_get_-A_vmhba7.txt";
+    std::string text = readAll(smart);
+    const std::string clear = "Read Only Mode: false";
+    ASSERT_NE(text.find(clear), std::string::npos);
+    text.replace(text.find(clear), clear.size(), "Read Only Mode: true");
+    std::ofstream(smart + ".new") << text;
+    ASSERT_EQ(std::rename((smart + ".new").c_str(), smart.c_str()), 0);
+    auto nvmeEvents = [&] {
+        std::vector<std::pair<int, std::string>> events;
+        for (const auto& command : rmc_->spooledCommands()) {
+            const Json::Value event = parse(command.payload);
+            if (command.name == "MPEventGen" && event["VariableData"]["Data"]["Protocol"].asString() == "NVMe") {
+                events.emplace_back(event["ID"].asInt(), event["VariableData"]["Type"].asString());
+            }
+        }
+        return events;
+    };
+    ASSERT_TRUE(vekEventually([&] { return nvmeEvents().size() >= 2; }, std::chrono::seconds(60))) << mainLog();
+    EXPECT_EQ(nvmeEvents(), (std::vector<std::pair<int, std::string>>{{837, "Controller"}, {538, "Drive"}}));
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
 } // namespace

@@ -4,6 +4,7 @@
 #include "GPUResourceManager/GPUResourceManager.h"
 #include "HostResourceManager/HostResourceManager.h"
 #include "NICResourceManager/NICResourceManager.h"
+#include "NVMeResourceManager/NVMeResourceManager.h"
 #include "SASResourceManager.h"
 #include "vekResourceIds.h"
 
@@ -23,6 +24,8 @@ vekResourceManager* vekFactory::createInstance(int id)
         return &NICResourceManager::getInstance();
     case vekResourceIds::GPU:
         return &GPUResourceManager::getInstance();
+    case vekResourceIds::NVME:
+        return &NVMeResourceManager::getInstance();
     default:
         return nullptr;
     }

@@ -56,6 +56,8 @@ const _VEK_STORAGE_HBA_MODEL gStorageHbaList[MAX_STORAGE_HBA_LIST] = {
     {onAnySystem, vekStorageChipsetID(kIntel, 0xA182), 0, VEK_STORAGE_FAMILY_HBA, "Lewisburg SATA AHCI"},
     {onAnySystem, vekStorageChipsetID(kIntel, 0xA1D2), 0, VEK_STORAGE_FAMILY_HBA, "Lewisburg sSATA AHCI"},
     {onAnySystem, vekStorageChipsetID(kAmd, 0x7901), 0, VEK_STORAGE_FAMILY_HBA, "FCH SATA AHCI"},
+    {onAnySystem, vekStorageChipsetID(0x9005, 0x028F), vekStorageChipsetID(0x9005, 0x1A20),
+     VEK_STORAGE_FAMILY_SMARTRAID, "SmartRAID 3254-16i"},
 };
 
 const char* getStorageControllerModel(uint32_t chipsetID, uint32_t boardID, unsigned char familyMask,

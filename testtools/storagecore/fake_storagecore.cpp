@@ -520,6 +520,11 @@ SA_BYTE SA_StartEventQueue(PCDA cda, SA_BYTE)
         return kEventFailed;
     }
     found->second.queueStarted = true;
+    // A drive's status changes from now on raise its events.
+    const Json::Value drives = controller["drives"];
+    for (Json::ArrayIndex i = 0; drives.isArray() && i < drives.size(); ++i) {
+        found->second.driveStatus[i] = number(drives[i], "status");
+    }
     if (!gEventThread.joinable()) {
         gEventThread = std::thread(eventLoop);
     }

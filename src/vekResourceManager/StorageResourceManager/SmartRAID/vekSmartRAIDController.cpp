@@ -606,7 +606,7 @@ int vekSmartRAIDController::enableEvents()
                       registered);
         return -1;
     }
-    const long index = vekConfig::getInstance().getMicrochipEventQueueIndex();
+    const long index = vekSmartRAIDControllerFactory::getInstance().config().getMicrochipEventQueueIndex();
     if (index > 2 || index < 0) {
         VEK_LOG_ERROR(TAG, "VEK configuration parameter MicrochipEventQueueIndex value (%ld) is more than 2.", index);
         return -1;
@@ -676,7 +676,7 @@ void vekSmartRAIDController::processDeviceRemoval()
         const VEK_RESOURCE_HEALTH last = driveHealth_[disk.getSerialNumber()];
         disk.setState(VEK_STATE_OFFLINE);
         disk.setHealth(VEK_HEALTH_CRITICAL);
-        if (events && last != VEK_HEALTH_CRITICAL && disk.getPhysicalLocation() != kInvalidPL) {
+        if (events && last != VEK_HEALTH_CRITICAL) {
             SASResourceManager::generateEvent(538, disk.getPhysicalLocation(), true, disk);
         }
         driveHealth_[disk.getSerialNumber()] = VEK_HEALTH_CRITICAL;

@@ -1,5 +1,6 @@
 #include "vekSmartRAIDControllerFactory.h"
 
+#include "vekConfig.h"
 #include "vekLog.h"
 #include "vekSmartRAIDController.h"
 #include "vekSubjectShutdownObserver.h"
@@ -111,8 +112,9 @@ int vekSmartRAIDControllerFactory::discoverControllers(std::vector<IvekStorageCo
             ++it;
             continue;
         }
-        controller->disableEvents();
+        // Offline first, while its events are still on, then the queue stops.
         controller->processDeviceRemoval();
+        controller->disableEvents();
         it = controllers_.erase(it);
         controller->releaseReference();
     }
@@ -181,3 +183,10 @@ std::vector<std::tuple<uint32_t, uint32_t>> vekSmartRAIDControllerFactory::getSu
     }();
     return models;
 }
+
+const vekConfig& vekSmartRAIDControllerFactory::config() const
+{
+    return config_ ? *config_ : vekConfig::getInstance();
+}
+
+void vekSmartRAIDControllerFactory::setConfig(std::shared_ptr<const vekConfig> config) { config_ = std::move(config); }

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <vector>
 
+class vekConfig;
 class vekSmartRAIDController;
 class vekSubjectShutdownObserver;
 
@@ -47,6 +48,11 @@ public:
     // caller releases; null when none.
     vekSmartRAIDController* findControllerByCDA(PCDA cda);
 
+    // The configuration the controllers follow: the process's own unless
+    // another was set.
+    const vekConfig& config() const;
+    void setConfig(std::shared_ptr<const vekConfig> config);
+
 private:
     void resetControllerDetection();
 
@@ -56,4 +62,5 @@ private:
     vekOSInterface* osInterface_ = nullptr;
     bool initialized_ = false;
     bool firstPass_ = true;
+    std::shared_ptr<const vekConfig> config_;
 };

@@ -245,7 +245,7 @@ void vekSmartRAIDController::generateControllerEvent(const SA_CONTROLLER_EVENT& 
 {
     const VEK_RESOURCE_HEALTH last = lastEventStatusValid ? lastEventHealth : currentInfo_.getHealth();
     bool send = false;
-    if (vekConfig::getInstance().isForwardAllSmartRAIDDegradedOrHigherEventsEnabled()) {
+    if (vekSmartRAIDControllerFactory::getInstance().config().isForwardAllSmartRAIDDegradedOrHigherEventsEnabled()) {
         send = health == VEK_HEALTH_CRITICAL || health == VEK_HEALTH_WARNING ||
                (health == VEK_HEALTH_OK && last != VEK_HEALTH_OK);
     } else {

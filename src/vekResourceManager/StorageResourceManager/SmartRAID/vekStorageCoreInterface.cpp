@@ -15,6 +15,8 @@ namespace {
 const char TAG[] = "SMARTRAID_INTF";
 const int kCacheLockTries = 3;
 const std::chrono::milliseconds kCacheLockWait(2000);
+// The holder waits on the library, which a faster clock does not make faster.
+const std::chrono::milliseconds kCacheLockFloor(250);
 
 unsigned long handleOf(const void* pointer) { return static_cast<unsigned long>(reinterpret_cast<uintptr_t>(pointer)); }
 
@@ -225,7 +227,7 @@ void vekStorageCoreInterface::cacheBuild()
 bool vekStorageCoreInterface::try_cache_lock()
 {
     for (int attempt = 0; attempt < kCacheLockTries; ++attempt) {
-        if (cacheMutex.try_lock_for(timeUtils::scaled(kCacheLockWait))) {
+        if (cacheMutex.try_lock_for(timeUtils::scaledAtLeast(kCacheLockWait, kCacheLockFloor))) {
             return true;
         }
         VEK_LOG_WARNING(TAG, "Failed to acquire lock.");

@@ -103,7 +103,7 @@ TEST_F(StorageCoreInterfaceTest, ACDAThatFailsSkipsOnlyItsController)
 TEST_F(StorageCoreInterfaceTest, ACacheLockHeldPastItsTriesGivesAnEmptyList)
 {
     vekSmartRAIDTestHost host(root);
-    // Three tries of 2 s of the host's time, 50 ms here.
+    // Three tries of 2 s of the host's time, each at its floor here.
     setenv("VEK_TIME_SCALE", "40", 1);
     vekStorageCoreInterface sci;
     ASSERT_TRUE(sci.Initialize());

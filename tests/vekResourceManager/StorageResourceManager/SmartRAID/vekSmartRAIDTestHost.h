@@ -12,6 +12,7 @@
 
 #include <json/json.h>
 
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -95,10 +96,13 @@ public:
         write();
     }
 
+    // Written whole and renamed into place: the libraries read it at any moment.
     void write() const
     {
         Json::StreamWriterBuilder builder;
-        root_.writeFile("/sim/libstoragecore.json", Json::writeString(builder, scenario));
+        root_.writeFile("/sim/libstoragecore.json.new", Json::writeString(builder, scenario));
+        std::rename(root_.hostPath("/sim/libstoragecore.json.new").c_str(),
+                    root_.hostPath("/sim/libstoragecore.json").c_str());
     }
 
     Json::Value& controller(int index = 0) { return scenario["controllers"][index]; }

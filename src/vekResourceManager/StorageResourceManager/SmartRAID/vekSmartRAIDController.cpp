@@ -198,7 +198,9 @@ int vekSmartRAIDController::discoverInventory(vekStorageControllerInfo& info)
                  currentInfo_.getModel().c_str(), currentInfo_.getSerialNumber().c_str(), PciLocation.c_str(),
                  currentInfo_.getPhysicalLocation().c_str(), firmware.c_str(), currentInfo_.getPartNumber().c_str(),
                  statusInfo, stateWord(status.state), healthWord(status.health));
-    if (NewDevice) {
+    // A controller of the first pass goes out with the first inventory; one
+    // that arrives later asks for its own push.
+    if (NewDevice && !FoundOnFirstDiscoveryPass) {
         SASResourceManager::sendInventorytToRMCOnCacheBuild();
     }
     info = currentInfo_;

@@ -143,6 +143,10 @@ TEST(SmartRAIDEvents, ControllerEventStreamWithTheForwardingOptionOffAndOn)
         vekSmartRAIDTestHost::useConfig(modeRoot, mode.forwardAll
                                                       ? R"({"LoggingLevel": "Info", "ForwardAllSmartRAIDDegradedOrHigherEvents": true})"
                                                       : "{}");
+        // The controller's clock runs two hours ahead: only with the offset
+        // taken out is the hour-old event older than the registration.
+        modeHost.controller()["clockOffset"] = 7200;
+        modeHost.write();
         vekLogTail tail(vekTestMainLogPath());
         modeHost.discover();
         for (const Step& step : steps) {

@@ -160,7 +160,7 @@ SA_CONTROLLER_EVENT eventOf(const Json::Value& spec, const Json::Value& controll
 
 // What one CDA has to hear now: the scenario's events not yet delivered, and
 // an event for each drive whose status word changed since the last look.
-std::vector<SA_CONTROLLER_EVENT> pendingEvents(PCDA cda, CdaState& state)
+std::vector<SA_CONTROLLER_EVENT> pendingEvents(CdaState& state)
 {
     std::vector<SA_CONTROLLER_EVENT> out;
     const Json::Value controller = controllerByPci(state.pci);
@@ -190,7 +190,6 @@ std::vector<SA_CONTROLLER_EVENT> pendingEvents(PCDA cda, CdaState& state)
         }
         state.driveStatus[i] = status;
     }
-    (void)cda;
     return out;
 }
 
@@ -202,7 +201,7 @@ void eventLoop()
             std::lock_guard<std::mutex> lock(gMutex);
             for (auto& [cda, state] : gCdas) {
                 if (state.queueStarted && state.sink != nullptr) {
-                    work.emplace_back(cda, pendingEvents(cda, state));
+                    work.emplace_back(cda, pendingEvents(state));
                 }
             }
         }

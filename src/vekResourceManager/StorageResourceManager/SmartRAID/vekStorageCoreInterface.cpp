@@ -257,13 +257,3 @@ SCI_CONTROLLER_METADATA_PTR vekStorageCoreInterface::getControllerAt(const char*
     }
     return nullptr;
 }
-
-SCI_CONTROLLER_METADATA_PTR vekStorageCoreInterface::getControllerByCDA(PCDA cda)
-{
-    for (const auto& metadata : getControllerCollection()) {
-        if (metadata->cda == cda) {
-            return metadata;
-        }
-    }
-    return nullptr;
-}

@@ -130,8 +130,6 @@ public:
     std::vector<SCI_CONTROLLER_METADATA_PTR> getControllerCollection();
     // By the library's text of the PCI location; null when none.
     SCI_CONTROLLER_METADATA_PTR getControllerAt(const char* location);
-    // By the CDA, as events name their controller; null when none.
-    SCI_CONTROLLER_METADATA_PTR getControllerByCDA(PCDA cda);
     bool try_cache_lock();
     void cache_unlock() { cacheMutex.unlock(); }
 

@@ -201,7 +201,7 @@ TEST_F(SmartRAIDControllerTest, AControllerRemovedWhileItsEventsArriveIsNotUsedA
     host.discover();
     // A stream of Warnings the filter drops, so that delivery runs on while
     // the controller leaves.
-    for (int i = 0; i < 400; ++i) {
+    for (int i = 0; i < 2000; ++i) {
         host.controller()["events"].append(Json::Value(Json::objectValue));
         Json::Value& event = host.controller()["events"][host.controller()["events"].size() - 1];
         event["class"] = 2;
@@ -220,4 +220,40 @@ TEST_F(SmartRAIDControllerTest, AControllerRemovedWhileItsEventsArriveIsNotUsedA
                       "driver unload.");
     EXPECT_EQ(std::count_if(all.begin(), all.end(), [](const std::string& s) { return s.rfind("538:", 0) == 0; }), 5);
     EXPECT_EQ(std::count_if(all.begin(), all.end(), [](const std::string& s) { return s.rfind("681:", 0) == 0; }), 2);
+}
+
+TEST_F(SmartRAIDControllerTest, VolumeEventsFollowTheLibrarysStatusOfTheVolumeNamed)
+{
+    host.discover();
+    vekLogTail debug(vekTestDebugLogPath());
+    const struct {
+        int status;
+        const char* message;
+        const char* sent; // null: nothing goes out
+    } steps[] = {
+        {3, "Logical drive 1 status changed to degraded", "681: Logical drive 1 status changed to degraded"},
+        {3, "Logical drive 1 is still degraded", nullptr},
+        {0, "Logical drive 1 status changed to optimal", "683: Logical drive 1 status changed to optimal"},
+    };
+    std::vector<std::string> expected;
+    for (const auto& step : steps) {
+        host.controller()["volumes"][1]["status"] = step.status;
+        Json::Value extra;
+        extra["message"] = step.message;
+        host.pushEvent(5, 0, 0, extra);
+        if (step.sent != nullptr) {
+            expected.push_back(step.sent);
+        }
+        // The library's status is read when the event is handled: the next
+        // step changes it only after this event reached the handler.
+        ASSERT_TRUE(vekEventually([&] { return debug.contains(step.message); }));
+    }
+    EXPECT_EQ(sent(expected.size()), expected);
+    EXPECT_EQ(events.events()[0]["VariableData"]["Data"]["DurableName"].asString(), "600508B1001C5E0A4D1F2E3A4B5C6D02");
+
+    // A volume the inventory does not know yet asks for a refresh instead.
+    Json::Value unknown;
+    unknown["message"] = "Logical drive 7 created";
+    host.pushEvent(5, 0, 0, unknown);
+    EXPECT_TRUE(vekEventually([&] { return log.contains("Unable to find LD # 7 in inventory list."); }));
 }

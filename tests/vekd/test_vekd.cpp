@@ -365,18 +365,25 @@ TEST_F(VekdTest, FailingDiskReachesTheRmcAsEventAndInInventory)
         }
         return storage;
     };
-    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 6; }, std::chrono::seconds(60)))
+    // Six drives behind the HBA in slot 4, five behind the SmartRAID
+    // controller in slot 10.
+    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 6 + 5; }, std::chrono::seconds(60)))
         << mainLog();
     const Json::Value first = latestStorage();
-    ASSERT_EQ(first["StorageControllers"].size(), 1u);
-    EXPECT_EQ(first["StorageControllers"][0]["Data"]["Oem"]["Description"].asString(), "PCI 0000:a8:00.0 r001u03p1i04");
-    EXPECT_EQ(first["StorageControllers"][0]["EventInfo"].asString(), "The storage controller port(s) are now online.");
-    EXPECT_EQ(first["StorageEnclosures"].size(), 1u);
+    ASSERT_EQ(first["StorageControllers"].size(), 2u);
+    Json::Value hba;
+    for (const Json::Value& controller : first["StorageControllers"]) {
+        if (controller["Data"]["Oem"]["Description"].asString() == "PCI 0000:a8:00.0 r001u03p1i04") {
+            hba = controller;
+        }
+    }
+    EXPECT_EQ(hba["EventInfo"].asString(), "The storage controller port(s) are now online.");
+    EXPECT_EQ(first["StorageEnclosures"].size(), 2u);
     std::set<std::string> places;
     for (const Json::Value& drive : first["Drives"]) {
         places.insert(drive["Data"]["Oem"]["PhysicalLocation"].asString());
     }
-    EXPECT_EQ(places.size(), 6u);
+    EXPECT_EQ(places.size(), 6u + 5u);
     EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
 
     const std::string serial = "WBN2A7Q40000K9280ZYX"; // d0, the SAS HDD of bay 1
@@ -523,10 +530,6 @@ TEST_F(VekdTest, GPUsReachTheRmcAsProcessors)
     }
     EXPECT_EQ(processors[1]["Name"].asString(), "NVIDIA L40S");
 }
-
-} // namespace
-
-namespace {
 
 // The rack server's MegaRAID controller as the RMC receives it, placed by its
 // slot, with its drives and volumes; and a consistency check that corrects
@@ -699,6 +702,88 @@ TEST_F(VekdTest, NVMeDevicesAreInTheInventoryAndAReadOnlyCardReachesTheRmc)
     };
     ASSERT_TRUE(vekEventually([&] { return nvmeEvents().size() >= 2; }, std::chrono::seconds(60))) << mainLog();
     EXPECT_EQ(nvmeEvents(), (std::vector<std::pair<int, std::string>>{{837, "Controller"}, {538, "Drive"}}));
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
+TEST_F(VekdTest, SmartRAIDControllerReachesTheRmcAndAFailingDriveRaises538)
+{
+    const std::string config = host_ + "/opt/zolvek/vital/vek.conf";
+    std::string text = readAll(config);
+    text.insert(text.find('{') + 1, "\n  \"PushInventoryFrequencyInMinutes\": 10,");
+    std::ofstream(config, std::ios::trunc) << text;
+    start();
+    auto parse = [](const std::string& text) {
+        Json::Value value;
+        std::istringstream in(text);
+        Json::parseFromStream(Json::CharReaderBuilder(), in, &value, nullptr);
+        return value;
+    };
+    // The newest inventory that holds the SmartRAID controller.
+    auto latestWithController = [&] {
+        Json::Value storage;
+        for (const auto& command : rmc_->spooledCommands()) {
+            const Json::Value collection = parse(command.payload)["HostDataCollection"];
+            for (const Json::Value& controller : collection["StorageControllers"]) {
+                if (command.name == "WriteInventory" &&
+                    controller["Data"]["Model"].asString() == "SmartRAID 3254-16i") {
+                    storage = collection;
+                }
+            }
+        }
+        return storage;
+    };
+    ASSERT_TRUE(vekEventually([&] { return !latestWithController().isNull(); }, std::chrono::seconds(60)))
+        << mainLog();
+    const Json::Value storage = latestWithController();
+    Json::Value controller;
+    for (const Json::Value& candidate : storage["StorageControllers"]) {
+        if (candidate["Data"]["Model"].asString() == "SmartRAID 3254-16i") {
+            controller = candidate["Data"];
+        }
+    }
+    EXPECT_EQ(controller["SerialNumber"].asString(), "SR3254A0001");
+    EXPECT_EQ(controller["Oem"]["Description"].asString(), "PCI 0000:e6:00.0 r001u03p1i10");
+    const std::string controllerPL = controller["Oem"]["PhysicalLocation"].asString();
+    EXPECT_EQ(controllerPL.size(), 16u);
+    EXPECT_NE(controllerPL, "FFFFFFFFFFFFFFFF");
+    std::set<std::string> serials;
+    for (const Json::Value& drive : storage["Drives"]) {
+        serials.insert(drive["Data"]["SerialNumber"].asString());
+    }
+    for (const char* serial : {"S6KPNA0T100001", "S6KPNA0T100002", "WBN0SR000003", "WBN0SR000004", "WBN0SR000005"}) {
+        EXPECT_EQ(serials.count(serial), 1u) << serial;
+    }
+    std::map<std::string, std::string> levels;
+    for (const Json::Value& volume : storage["Volumes"]) {
+        levels[volume["Data"]["DurableName"].asString()] = volume["Data"]["VolumeType"].asString();
+    }
+    EXPECT_EQ(levels["600508B1001C5E0A4D1F2E3A4B5C6D01"], "RAID1");
+    EXPECT_EQ(levels["600508B1001C5E0A4D1F2E3A4B5C6D02"], "RAID5");
+    bool backplane = false;
+    for (const Json::Value& enclosure : storage["StorageEnclosures"]) {
+        backplane = backplane || enclosure["Data"]["Model"].asString() == "8 SFF UBM Backplane";
+    }
+    EXPECT_TRUE(backplane) << storage["StorageEnclosures"];
+
+    // The drive of bay 3 fails in the library's scenario, written whole and
+    // renamed into place as the library reads it at any moment.
+    const std::string scenarioPath = host_ + "/sim/libstoragecore.json";
+    Json::Value scenario = parse(readAll(scenarioPath));
+    scenario["controllers"][0]["drives"][2]["status"] = 0x800000;
+    std::ofstream(scenarioPath + ".new") << Json::writeString(Json::StreamWriterBuilder(), scenario);
+    ASSERT_EQ(rename((scenarioPath + ".new").c_str(), scenarioPath.c_str()), 0);
+    auto failedEvent = [&] {
+        for (const auto& command : rmc_->spooledCommands()) {
+            const Json::Value event = parse(command.payload);
+            if (command.name == "MPEventGen" && event["ID"].asInt() == 538 &&
+                event["VariableData"]["Data"]["SerialNumber"].asString() == "WBN0SR000003") {
+                return event;
+            }
+        }
+        return Json::Value();
+    };
+    ASSERT_TRUE(vekEventually([&] { return !failedEvent().isNull(); }, std::chrono::seconds(60))) << mainLog();
+    EXPECT_NE(failedEvent()["VariableData"]["EventInfo"].asString().find("PORT 2I BOX 1 BAY 3"), std::string::npos);
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 

@@ -20,6 +20,11 @@
 #include <string>
 #include <vector>
 
+std::vector<unsigned char> vekAtaIdentifyDeviceCdb()
+{
+    return {0x85, 0x08, 0x0E, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xEC, 0x00};
+}
+
 namespace {
 
 const char* const TAG = "SCSI_INFO";
@@ -60,6 +65,10 @@ public:
     ScsiCommand(const char* name, std::initializer_list<unsigned char> cdb, size_t transfer,
                 unsigned int timeoutMs = kTimeoutMs)
         : name_(name), cdb_(cdb), data_(transfer, 0), timeoutMs_(timeoutMs)
+    {
+    }
+    ScsiCommand(const char* name, std::vector<unsigned char> cdb, size_t transfer)
+        : name_(name), cdb_(std::move(cdb)), data_(transfer, 0), timeoutMs_(kTimeoutMs)
     {
     }
 
@@ -147,12 +156,7 @@ ScsiCommand modeSense6(const char* name, unsigned char flags, unsigned char page
     return ScsiCommand(name, {0x1A, flags, page, 0x00, lo(transfer), 0x00}, transfer);
 }
 
-ScsiCommand ataIdentify()
-{
-    return ScsiCommand("ATA IDENTIFY DEVICE",
-                       {0x85, 0x08, 0x0E, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xEC, 0x00},
-                       512);
-}
+ScsiCommand ataIdentify() { return ScsiCommand("ATA IDENTIFY DEVICE", vekAtaIdentifyDeviceCdb(), 512); }
 
 const size_t kAtaIdentifyMinimum = 53;
 

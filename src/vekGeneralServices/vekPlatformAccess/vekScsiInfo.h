@@ -90,6 +90,9 @@ int get_defect_data_size(int fd);                         // defect list length,
 int get_unit_speed(int fd);
 
 // --- ATA through ATA PASS-THROUGH(16) -----------------------------------------
+// The CDB of IDENTIFY DEVICE (512 bytes data-in), for a pass-through of a
+// vendor library that takes the bytes rather than a descriptor.
+std::vector<unsigned char> vekAtaIdentifyDeviceCdb();
 int get_sata_DiskRev(int fd, std::string& revision);
 int get_ata_identify_device_info(int fd, std::vector<unsigned char>& identify); // 512 bytes
 // READ LOG EXT of the Device Statistics log (04h), one page: the number of

@@ -391,7 +391,7 @@ void SASResourceManager::createJsonStringUsingJsonCpp()
                    {"Printing storage enclosure instance %zu:    %s", &enclosureJson_}};
     for (const auto& kind : printed) {
         for (size_t i = 0; i < kind.json->size(); ++i) {
-            VEK_LOG_DEBUG(TAG, kind.format, i, writeJson((*kind.json)[i], "  ").c_str());
+            VEK_LOG_DEBUG(TAG, kind.format, i, writeJson((*kind.json)[i], "").c_str());
         }
     }
 }

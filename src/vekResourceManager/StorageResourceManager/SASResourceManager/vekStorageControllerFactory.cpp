@@ -62,6 +62,8 @@ const _VEK_STORAGE_HBA_MODEL gStorageHbaList[MAX_STORAGE_HBA_LIST] = {
     {onAnySystem, vekStorageChipsetID(kBroadcom, 0x10E2), 0, VEK_STORAGE_FAMILY_MEGARAID,
      "MegaRAID 12GSAS/PCIe Secure SAS39xx"},
     {onAnySystem, vekStorageChipsetID(kBroadcom, 0x005D), 0, VEK_STORAGE_FAMILY_MEGARAID, "MegaRAID SAS-3 3108"},
+    {onAnySystem, vekStorageChipsetID(0x9005, 0x028F), vekStorageChipsetID(0x9005, 0x1A20),
+     VEK_STORAGE_FAMILY_SMARTRAID, "SmartRAID 3254-16i"},
 };
 
 const char* getStorageControllerModel(uint32_t chipsetID, uint32_t boardID, unsigned char familyMask,

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include <cstdio>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -31,6 +32,8 @@ protected:
         // Ten-second polls in a tenth of a second.
         setenv("VEK_TIME_SCALE", "100", 1);
         ASSERT_EQ(system(("cp -r '" + profile + "/.' '" + root.path() + "'").c_str()), 0);
+        // The HBA alone: without its scenario the SmartRAID libraries see no controller.
+        std::remove(root.hostPath("/sim/libstoragecore.json").c_str());
         disks.reset(new vekDiskEmulator(root.path()));
         events.reset(new vekStorageEventsHost(root, false));
         job = std::thread([this] { sas.init(events->services()); });

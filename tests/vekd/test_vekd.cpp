@@ -481,3 +481,49 @@ TEST_F(VekdTest, WithoutTheRmcItExitsWithOneClearMessage)
 }
 
 } // namespace
+
+namespace {
+
+// The client tool against the running service: a test event of each family
+// that has a manager reaches the RMC with its number (storage's own events
+// name the service as their source, its test events say "Injected Event").
+TEST_F(VekdTest, TestEventsOfEachFamilyReachTheRmcThroughTheClient)
+{
+    start();
+    vekRmcEmulator::Command inventory;
+    ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
+    const struct {
+        const char* resource;
+        int id;
+        const char* details;
+    } families[] = {
+        {"1", 436, ""}, {"2", 1337, ""}, {"3", 1384, "vmnic0"}, {"4", 386, "vmhba2"}, {"5", 538, "3B0103010101FF04"},
+    };
+    auto sent = [&](int id) {
+        for (const auto& command : rmc_->spooledCommands()) {
+            Json::Value event;
+            std::istringstream in(command.payload);
+            if (command.name == "MPEventGen" && Json::parseFromStream(Json::CharReaderBuilder(), in, &event, nullptr) &&
+                event["ID"].asInt() == id &&
+                (event["Source"].asString() == "VEK-CLI" ||
+                 event["VariableData"]["EventInfo"].asString() == "Injected Event")) {
+                return true;
+            }
+        }
+        return false;
+    };
+    for (const auto& family : families) {
+        SCOPED_TRACE(family.resource);
+        std::vector<std::string> argv{"env", "VEK_ROOT=" + host_, std::string(VEK_BINARY_DIR) + "/testtools/vekcli/vekcli",
+                                      "event", std::to_string(family.id), family.resource};
+        if (*family.details != '\0') {
+            argv.push_back(family.details);
+        }
+        const vekProgramResult result = vekRunProgram(argv);
+        EXPECT_EQ(result.status, 0) << result.output;
+        EXPECT_TRUE(vekEventually([&] { return sent(family.id); }, std::chrono::seconds(60))) << mainLog();
+    }
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
+} // namespace

@@ -179,7 +179,9 @@ TEST_F(VekdTest, StartsSendsTheInventoryAndStopsGracefully)
     std::string each;
     size_t count = 0;
     while (std::getline(lines, each)) {
-        if (each.find_first_not_of(' ') == std::string::npos || each[each.find_first_not_of(' ')] == '{') {
+        // ...or a command's output quoted after "\n", its lines indented (mdadm's).
+        if (each.find_first_not_of(' ') == std::string::npos || each[each.find_first_not_of(' ')] == '{' ||
+            each[0] == ' ') {
             continue;
         }
         EXPECT_TRUE(std::regex_match(each, line)) << each;
@@ -344,18 +346,24 @@ TEST_F(VekdTest, FailingDiskReachesTheRmcAsEventAndInInventory)
         }
         return storage;
     };
-    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 6; }, std::chrono::seconds(60)))
+    // With the two disks of the chipset's SATA controller.
+    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 8; }, std::chrono::seconds(60)))
         << mainLog();
     const Json::Value first = latestStorage();
-    ASSERT_EQ(first["StorageControllers"].size(), 1u);
-    EXPECT_EQ(first["StorageControllers"][0]["Data"]["Oem"]["Description"].asString(), "PCI 0000:a8:00.0 r001u03p1i04");
-    EXPECT_EQ(first["StorageControllers"][0]["EventInfo"].asString(), "The storage controller port(s) are now online.");
+    ASSERT_EQ(first["StorageControllers"].size(), 2u);
+    Json::Value hba;
+    for (const Json::Value& controller : first["StorageControllers"]) {
+        if (controller["Data"]["Oem"]["Description"].asString() == "PCI 0000:a8:00.0 r001u03p1i04") {
+            hba = controller;
+        }
+    }
+    EXPECT_EQ(hba["EventInfo"].asString(), "The storage controller port(s) are now online.");
     EXPECT_EQ(first["StorageEnclosures"].size(), 1u);
     std::set<std::string> places;
     for (const Json::Value& drive : first["Drives"]) {
         places.insert(drive["Data"]["Oem"]["PhysicalLocation"].asString());
     }
-    EXPECT_EQ(places.size(), 6u);
+    EXPECT_EQ(places.size(), 8u);
     EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
 
     const std::string serial = "WBN2A7Q40000K9280ZYX"; // d0, the SAS HDD of bay 1
@@ -523,6 +531,69 @@ TEST_F(VekdTest, TestEventsOfEachFamilyReachTheRmcThroughTheClient)
         EXPECT_EQ(result.status, 0) << result.output;
         EXPECT_TRUE(vekEventually([&] { return sent(family.id); }, std::chrono::seconds(60))) << mainLog();
     }
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
+} // namespace
+
+namespace {
+
+// The chipset's SATA controller of the rack server in the inventory the RMC
+// receives: its version from mdadm, and its two SATA disks in the bays that
+// the PCH's ports 6 and 7 lead to in the box the RMC's FRU records name.
+TEST_F(VekdTest, ChipsetSataDisksReachTheRmcInTheirBays)
+{
+    vekDiskEmulator disks(host_);
+    start();
+    auto storage = [&] {
+        Json::Value latest;
+        for (const auto& command : rmc_->spooledCommands()) {
+            Json::Value document;
+            std::istringstream in(command.payload);
+            if (command.name == "WriteInventory" &&
+                Json::parseFromStream(Json::CharReaderBuilder(), in, &document, nullptr) &&
+                document["HostDataCollection"].isMember("Drives")) {
+                latest = document["HostDataCollection"];
+            }
+        }
+        return latest;
+    };
+    ASSERT_TRUE(vekEventually([&] { return storage()["Drives"].size() == 8; }, std::chrono::seconds(60))) << mainLog();
+    const Json::Value inventory = storage();
+    Json::Value chipset;
+    for (const Json::Value& controller : inventory["StorageControllers"]) {
+        if (controller["Data"]["Oem"]["Description"].asString() == "PCI 0000:00:17.0 r001u03p1i00") {
+            chipset = controller;
+        }
+    }
+    ASSERT_FALSE(chipset.isNull()) << inventory["StorageControllers"];
+    EXPECT_EQ(chipset["Data"]["Model"].asString(), "Lewisburg SATA RAID");
+    EXPECT_EQ(chipset["Data"]["FirmwareVersion"].asString(), "6.3.0.1005");
+    EXPECT_EQ(chipset["Data"]["Protocol"].asString(), "SATA");
+    EXPECT_EQ(chipset["EventInfo"].asString(), "All ports of the Intel SATA RAID controller are now online.");
+
+    std::map<std::string, Json::Value> drives;
+    std::set<std::string> places;
+    for (const Json::Value& drive : inventory["Drives"]) {
+        drives[drive["Data"]["SerialNumber"].asString()] = drive["Data"];
+        places.insert(drive["Data"]["Oem"]["PhysicalLocation"].asString());
+    }
+    const struct {
+        const char* serial;
+        const char* bay;
+    } sata[] = {{"PHYF8341012A480BGN", "7"}, {"PHYF8341013B480BGN", "8"}};
+    for (const auto& disk : sata) {
+        SCOPED_TRACE(disk.serial);
+        const Json::Value& drive = drives[disk.serial];
+        EXPECT_EQ(drive["Protocol"].asString(), "ATA");
+        EXPECT_EQ(drive["Model"].asString(), "INTEL SSDSC2KB480G8");
+        EXPECT_EQ(drive["MediaType"].asString(), "SSD");
+        EXPECT_EQ(drive["Oem"]["Slot"].asString(), disk.bay);
+        EXPECT_NE(drive["Oem"]["PhysicalLocation"].asString(), "FFFFFFFFFFFFFFFF");
+    }
+    // Every drive has a place of its own.
+    EXPECT_EQ(places.size(), 8u);
+    EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 

@@ -56,6 +56,10 @@ const _VEK_STORAGE_HBA_MODEL gStorageHbaList[MAX_STORAGE_HBA_LIST] = {
     {onAnySystem, vekStorageChipsetID(kIntel, 0xA182), 0, VEK_STORAGE_FAMILY_HBA, "Lewisburg SATA AHCI"},
     {onAnySystem, vekStorageChipsetID(kIntel, 0xA1D2), 0, VEK_STORAGE_FAMILY_HBA, "Lewisburg sSATA AHCI"},
     {onAnySystem, vekStorageChipsetID(kAmd, 0x7901), 0, VEK_STORAGE_FAMILY_HBA, "FCH SATA AHCI"},
+    // The chipset's SATA controllers in RAID mode (vekLewisburgSATARAIDController).
+    {onAnySystem, vekStorageChipsetID(kIntel, 0xA186), 0, VEK_STORAGE_FAMILY_LEWISBURG, "Lewisburg SATA RAID"},
+    {onAnySystem, vekStorageChipsetID(kIntel, 0xA1D6), 0, VEK_STORAGE_FAMILY_LEWISBURG, "Lewisburg sSATA RAID"},
+    {onAnySystem, vekStorageChipsetID(kIntel, 0x2826), 0, VEK_STORAGE_FAMILY_LEWISBURG, "Lewisburg SATA RAID (VROC)"},
 };
 
 const char* getStorageControllerModel(uint32_t chipsetID, uint32_t boardID, unsigned char familyMask,

@@ -522,8 +522,9 @@ TEST_F(VekdTest, TestEventsOfEachFamilyReachTheRmcThroughTheClient)
     };
     for (const auto& family : families) {
         SCOPED_TRACE(family.resource);
-        std::vector<std::string> argv{"env", "VEK_ROOT=" + host_, std::string(VEK_BINARY_DIR) + "/testtools/vekcli/vekcli",
-                                      "event", std::to_string(family.id), family.resource};
+        std::vector<std::string> argv{"env", "VEK_ROOT=" + host_,
+                                      std::string(VEK_BINARY_DIR) + "/testtools/vekcli/vekcli", "event",
+                                      std::to_string(family.id), family.resource};
         if (*family.details != '\0') {
             argv.push_back(family.details);
         }
@@ -594,6 +595,26 @@ TEST_F(VekdTest, ChipsetSataDisksReachTheRmcInTheirBays)
     // Every drive has a place of its own.
     EXPECT_EQ(places.size(), 8u);
     EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
+
+    // A disk of the chipset leaves its bay and comes back: the RMC hears of
+    // each at the disk's place.
+    const std::string place = drives["PHYF8341012A480BGN"]["Oem"]["PhysicalLocation"].asString();
+    auto raised = [&](int id) {
+        for (const auto& command : rmc_->spooledCommands()) {
+            Json::Value event;
+            std::istringstream in(command.payload);
+            if (command.name == "MPEventGen" && Json::parseFromStream(Json::CharReaderBuilder(), in, &event, nullptr) &&
+                event["ID"].asInt() == id && event["PhysicalLocation"].asString() == place &&
+                event["VariableData"]["Data"]["SerialNumber"].asString() == "PHYF8341012A480BGN") {
+                return true;
+            }
+        }
+        return false;
+    };
+    disks.set("s0", {"present=false"});
+    EXPECT_TRUE(vekEventually([&] { return raised(538); }, std::chrono::seconds(60))) << mainLog();
+    disks.set("s0", {"present=true"});
+    EXPECT_TRUE(vekEventually([&] { return raised(540); }, std::chrono::seconds(60))) << mainLog();
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 

@@ -135,7 +135,8 @@ int parseArguments(int argc, char** argv, Request& request, int& timeoutSeconds)
     const std::vector<std::string> args(words.begin() + static_cast<long>(at), words.end());
     long value = 0;
     if (command == "event") {
-        if (args.size() < 2 || !parseNumber(args[0], 0, INT32_MAX, value) || !parseNumber(args[1], 0, INT32_MAX, value)) {
+        if (args.size() < 2 || !parseNumber(args[0], 0, INT32_MAX, value) ||
+            !parseNumber(args[1], 0, INT32_MAX, value)) {
             return usage("event needs an event number and a resource number");
         }
         request.code = kTestEvent;

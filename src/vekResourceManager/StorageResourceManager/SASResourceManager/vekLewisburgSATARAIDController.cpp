@@ -57,8 +57,6 @@ public:
         return "";
     }
 
-    void prime() { std::call_once(loaded_, [this] { load(); }); }
-
 private:
     void load()
     {
@@ -185,7 +183,12 @@ int vekLewisburgSATARAIDController::claimDevice(uint32_t chipsetID, uint32_t boa
     return 1;
 }
 
-void vekLewisburgSATARAIDController::refreshVendorInterfaceCache() { MdadmCache::instance().prime(); }
+void vekLewisburgSATARAIDController::refreshVendorInterfaceCache()
+{
+    // Nothing to refresh: what mdadm says is read at the first controller's
+    // need and kept for the life of the process, so a host without this
+    // chipset never runs it.
+}
 
 size_t vekLewisburgSATARAIDController::maxSupportedControllerPortsFor(int platform)
 {
@@ -378,7 +381,7 @@ void vekLewisburgSATARAIDController::synchronizePhysicalDrivesInventory()
     for (size_t i = 0; i < previousDisks_.size(); ++i) {
         const vekDiskInfo& previous = previousDisks_[i];
         if (!isLocationValid(previous) && previous.getOSSCSILink().empty()) {
-            VEK_LOG_DEBUG(TAG, "Skipping prev disk @ index %zu due to invalid location info. [%s, %s]", i,
+            VEK_LOG_DEBUG(TAG, "Skipping disk @ index %zu due to invalid location info. [%s, %s]", i,
                           previous.getPhysicalLocation().c_str(), previous.getSlot().c_str());
             continue;
         }
@@ -425,21 +428,19 @@ void vekLewisburgSATARAIDController::synchronizePhysicalDrivesInventory()
             latest->setIfTempPageSupported(previous.getIfTempPageSupported());
         }
         if (!sameAttributes(*latest, previous)) {
-            VEK_LOG_INFO(TAG, "%s - %s: Detected change in inventory attributes. Updated inventory will be pushed to RMC.",
+            VEK_LOG_INFO(TAG,
+                         "%s - %s: Detected change in inventory attributes. Updated inventory will be pushed to RMC.",
                          latest->getPhysicalLocation().c_str(), latest->getSerialNumber().c_str());
             SASResourceManager::sendInventorytToRMCOnCacheBuild();
         }
     }
     for (size_t j = 0; j < latestCount; ++j) {
         vekDiskInfo& disk = disks_[j];
-        if (!isLocationValid(disk)) {
-            if (disk.getOSSCSILink().empty()) {
-                VEK_LOG_DEBUG(TAG, "Skipping disk @ index %zu due to invalid location info and SCSI link. [%s, %s]",
-                              j, disk.getPhysicalLocation().c_str(), disk.getSlot().c_str());
-                continue;
-            }
-            VEK_LOG_DEBUG(TAG, "Skipping disk @ index %zu due to invalid location info. [%s, %s]", j,
+        // With no place known, the SCSI link still tells the disk.
+        if (!isLocationValid(disk) && disk.getOSSCSILink().empty()) {
+            VEK_LOG_DEBUG(TAG, "Skipping disk @ index %zu due to invalid location info and SCSI link. [%s, %s]", j,
                           disk.getPhysicalLocation().c_str(), disk.getSlot().c_str());
+            continue;
         }
         bool known = false;
         for (const vekDiskInfo& previous : previousDisks_) {

@@ -15,7 +15,7 @@ public:
     // Claims only the models of the Lewisburg family of the model table.
     static int claimDevice(uint32_t chipsetID, uint32_t boardID, const std::string& pciLocation, bool firstPass,
                            vekOSInterface* osInterface, IvekStorageController** controller);
-    // Reads the platform's RAID versions (mdadm) once for the process.
+    // The registry's hook before each discovery; mdadm is read once, at need.
     static void refreshVendorInterfaceCache();
 
     // The ports the chipset has on a platform type; 0 when the platform is

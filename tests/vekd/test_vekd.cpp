@@ -200,7 +200,9 @@ TEST_F(VekdTest, StartsSendsTheInventoryAndStopsGracefully)
     std::string each;
     size_t count = 0;
     while (std::getline(lines, each)) {
-        if (each.find_first_not_of(' ') == std::string::npos || each[each.find_first_not_of(' ')] == '{') {
+        // ...or a command's output quoted after "\n", its lines indented (mdadm's).
+        if (each.find_first_not_of(' ') == std::string::npos || each[each.find_first_not_of(' ')] == '{' ||
+            each[0] == ' ') {
             continue;
         }
         EXPECT_TRUE(std::regex_match(each, line)) << each;
@@ -366,11 +368,11 @@ TEST_F(VekdTest, FailingDiskReachesTheRmcAsEventAndInInventory)
         return storage;
     };
     // Six drives behind the HBA in slot 4, five behind the SmartRAID
-    // controller in slot 10.
-    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 6 + 5; }, std::chrono::seconds(60)))
+    // controller in slot 10, two on the chipset's SATA controller.
+    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 6 + 5 + 2; }, std::chrono::seconds(60)))
         << mainLog();
     const Json::Value first = latestStorage();
-    ASSERT_EQ(first["StorageControllers"].size(), 2u);
+    ASSERT_EQ(first["StorageControllers"].size(), 3u);
     Json::Value hba;
     for (const Json::Value& controller : first["StorageControllers"]) {
         if (controller["Data"]["Oem"]["Description"].asString() == "PCI 0000:a8:00.0 r001u03p1i04") {
@@ -383,7 +385,7 @@ TEST_F(VekdTest, FailingDiskReachesTheRmcAsEventAndInInventory)
     for (const Json::Value& drive : first["Drives"]) {
         places.insert(drive["Data"]["Oem"]["PhysicalLocation"].asString());
     }
-    EXPECT_EQ(places.size(), 6u + 5u);
+    EXPECT_EQ(places.size(), 6u + 5u + 2u);
     EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
 
     const std::string serial = "WBN2A7Q40000K9280ZYX"; // d0, the SAS HDD of bay 1
@@ -784,6 +786,128 @@ TEST_F(VekdTest, SmartRAIDControllerReachesTheRmcAndAFailingDriveRaises538)
     };
     ASSERT_TRUE(vekEventually([&] { return !failedEvent().isNull(); }, std::chrono::seconds(60))) << mainLog();
     EXPECT_NE(failedEvent()["VariableData"]["EventInfo"].asString().find("PORT 2I BOX 1 BAY 3"), std::string::npos);
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
+// The client tool against the running service: a test event of each family
+// that has a manager reaches the RMC with its number (storage's own events
+// name the service as their source, its test events say "Injected Event").
+TEST_F(VekdTest, TestEventsOfEachFamilyReachTheRmcThroughTheClient)
+{
+    start();
+    vekRmcEmulator::Command inventory;
+    ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
+    const struct {
+        const char* resource;
+        int id;
+        const char* details;
+    } families[] = {
+        {"1", 436, ""}, {"2", 1337, ""}, {"3", 1384, "vmnic0"}, {"4", 386, "vmhba2"}, {"5", 538, "3B0103010101FF04"},
+    };
+    auto sent = [&](int id) {
+        for (const auto& command : rmc_->spooledCommands()) {
+            Json::Value event;
+            std::istringstream in(command.payload);
+            if (command.name == "MPEventGen" && Json::parseFromStream(Json::CharReaderBuilder(), in, &event, nullptr) &&
+                event["ID"].asInt() == id &&
+                (event["Source"].asString() == "VEK-CLI" ||
+                 event["VariableData"]["EventInfo"].asString() == "Injected Event")) {
+                return true;
+            }
+        }
+        return false;
+    };
+    for (const auto& family : families) {
+        SCOPED_TRACE(family.resource);
+        std::vector<std::string> argv{"env", "VEK_ROOT=" + host_,
+                                      std::string(VEK_BINARY_DIR) + "/testtools/vekcli/vekcli", "event",
+                                      std::to_string(family.id), family.resource};
+        if (*family.details != '\0') {
+            argv.push_back(family.details);
+        }
+        const vekProgramResult result = vekRunProgram(argv);
+        EXPECT_EQ(result.status, 0) << result.output;
+        EXPECT_TRUE(vekEventually([&] { return sent(family.id); }, std::chrono::seconds(60))) << mainLog();
+    }
+    EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
+}
+
+// The chipset's SATA controller of the rack server in the inventory the RMC
+// receives: its version from mdadm, and its two SATA disks in the bays that
+// the PCH's ports 6 and 7 lead to in the box the RMC's FRU records name.
+TEST_F(VekdTest, ChipsetSataDisksReachTheRmcInTheirBays)
+{
+    vekDiskEmulator disks(host_);
+    start();
+    auto storage = [&] {
+        Json::Value latest;
+        for (const auto& command : rmc_->spooledCommands()) {
+            Json::Value document;
+            std::istringstream in(command.payload);
+            if (command.name == "WriteInventory" &&
+                Json::parseFromStream(Json::CharReaderBuilder(), in, &document, nullptr) &&
+                document["HostDataCollection"].isMember("Drives")) {
+                latest = document["HostDataCollection"];
+            }
+        }
+        return latest;
+    };
+    ASSERT_TRUE(vekEventually([&] { return storage()["Drives"].size() == 6 + 5 + 2; }, std::chrono::seconds(60))) << mainLog();
+    const Json::Value inventory = storage();
+    Json::Value chipset;
+    for (const Json::Value& controller : inventory["StorageControllers"]) {
+        if (controller["Data"]["Oem"]["Description"].asString() == "PCI 0000:00:17.0 r001u03p1i00") {
+            chipset = controller;
+        }
+    }
+    ASSERT_FALSE(chipset.isNull()) << inventory["StorageControllers"];
+    EXPECT_EQ(chipset["Data"]["Model"].asString(), "Lewisburg SATA RAID");
+    EXPECT_EQ(chipset["Data"]["FirmwareVersion"].asString(), "6.3.0.1005");
+    EXPECT_EQ(chipset["Data"]["Protocol"].asString(), "SATA");
+    EXPECT_EQ(chipset["EventInfo"].asString(), "All ports of the Intel SATA RAID controller are now online.");
+
+    std::map<std::string, Json::Value> drives;
+    std::set<std::string> places;
+    for (const Json::Value& drive : inventory["Drives"]) {
+        drives[drive["Data"]["SerialNumber"].asString()] = drive["Data"];
+        places.insert(drive["Data"]["Oem"]["PhysicalLocation"].asString());
+    }
+    const struct {
+        const char* serial;
+        const char* bay;
+    } sata[] = {{"PHYF8341012A480BGN", "7"}, {"PHYF8341013B480BGN", "8"}};
+    for (const auto& disk : sata) {
+        SCOPED_TRACE(disk.serial);
+        const Json::Value& drive = drives[disk.serial];
+        EXPECT_EQ(drive["Protocol"].asString(), "ATA");
+        EXPECT_EQ(drive["Model"].asString(), "INTEL SSDSC2KB480G8");
+        EXPECT_EQ(drive["MediaType"].asString(), "SSD");
+        EXPECT_EQ(drive["Oem"]["Slot"].asString(), disk.bay);
+        EXPECT_NE(drive["Oem"]["PhysicalLocation"].asString(), "FFFFFFFFFFFFFFFF");
+    }
+    // Every drive has a place of its own.
+    EXPECT_EQ(places.size(), 6u + 5u + 2u);
+    EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
+
+    // A disk of the chipset leaves its bay and comes back: the RMC hears of
+    // each at the disk's place.
+    const std::string place = drives["PHYF8341012A480BGN"]["Oem"]["PhysicalLocation"].asString();
+    auto raised = [&](int id) {
+        for (const auto& command : rmc_->spooledCommands()) {
+            Json::Value event;
+            std::istringstream in(command.payload);
+            if (command.name == "MPEventGen" && Json::parseFromStream(Json::CharReaderBuilder(), in, &event, nullptr) &&
+                event["ID"].asInt() == id && event["PhysicalLocation"].asString() == place &&
+                event["VariableData"]["Data"]["SerialNumber"].asString() == "PHYF8341012A480BGN") {
+                return true;
+            }
+        }
+        return false;
+    };
+    disks.set("s0", {"present=false"});
+    EXPECT_TRUE(vekEventually([&] { return raised(538); }, std::chrono::seconds(60))) << mainLog();
+    disks.set("s0", {"present=true"});
+    EXPECT_TRUE(vekEventually([&] { return raised(540); }, std::chrono::seconds(60))) << mainLog();
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 

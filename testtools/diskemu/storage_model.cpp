@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -108,6 +109,8 @@ const std::vector<Field<Hba>>& hbaFields()
         integerField("subVendorId", &Hba::subVendorId),
         integerField("subDeviceId", &Hba::subDeviceId),
         boolField("present", &Hba::present),
+        integerField("ataPorts", &Hba::ataPorts),
+        integerField("ataBase", &Hba::ataBase),
     };
     return fields;
 }
@@ -199,8 +202,13 @@ void check(const Storage& storage)
         if (hba.id.empty() || !ids.insert(hba.id).second) {
             throw ModelError("adapter id '" + hba.id + "' is empty or used twice");
         }
-        if (!hosts.insert(hba.host).second) {
-            throw ModelError("host number " + std::to_string(hba.host) + " is used twice");
+        if (hba.ataPorts < 0 || hba.ataBase < 1) {
+            throw ModelError("adapter '" + hba.id + "': ataPorts must not be negative, ataBase at least 1");
+        }
+        for (int port = 0; port < std::max(hba.ataPorts, 1); ++port) {
+            if (!hosts.insert(hba.host + port).second) {
+                throw ModelError("host number " + std::to_string(hba.host + port) + " is used twice");
+            }
         }
     }
     std::set<int> sgs;

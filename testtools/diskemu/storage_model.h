@@ -23,12 +23,17 @@ struct Hba {
     std::string state = "running"; // scsi_host state
     uint16_t vendorId = 0x1000, deviceId = 0, subVendorId = 0, subDeviceId = 0;
     bool present = true;
+    // 0: one SCSI host for the whole adapter (SAS). N: a chipset SATA (AHCI)
+    // adapter with N ATA ports, port i being ata<ataBase+i> with its own SCSI
+    // host host<host+i>; a device's target is then its port.
+    int ataPorts = 0;
+    int ataBase = 1;
 };
 
 struct Device {
     std::string id;              // name used by "set"
     std::string hba;             // Hba::id
-    int target = 0;              // H:0:target:0
+    int target = 0;              // H:0:target:0; on an ATA adapter the port (H:0:0:0 of its host)
     int sg = 0;                  // /dev/sgN
     std::string block;           // "sdb"; empty for an enclosure
     int deviceType = 0;          // peripheral device type: 0 disk, 13 enclosure services

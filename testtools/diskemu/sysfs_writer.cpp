@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -209,7 +210,13 @@ std::pair<std::string, std::string> domainAndBus(const Hba& hba)
     return {pci.substr(0, first), pci.substr(first + 1, 2)};
 }
 
-std::string hostName(const Hba& hba) { return "host" + std::to_string(hba.host); }
+bool isAta(const Hba& hba) { return hba.ataPorts > 0; }
+
+// The SCSI host of a port: the adapter's one host, or on an ATA adapter the
+// host of that ATA port.
+int hostNumber(const Hba& hba, int port) { return hba.host + (isAta(hba) ? port : 0); }
+
+std::string hostName(int host) { return "host" + std::to_string(host); }
 
 Path pciFolder(const Hba& hba)
 {
@@ -217,33 +224,46 @@ Path pciFolder(const Hba& hba)
     return {"devices", "pci" + root.first + ":" + root.second, hba.pci};
 }
 
-Path hostFolder(const Hba& hba) { return pciFolder(hba) / hostName(hba); }
+// An ATA port's host sits below its "ataN" folder, as libata lays it out.
+Path hostFolder(const Hba& hba, int port = 0)
+{
+    const Path pci = pciFolder(hba);
+    const std::string host = hostName(hostNumber(hba, port));
+    return isAta(hba) ? pci / ("ata" + std::to_string(hba.ataBase + port)) / host : pci / host;
+}
 
 void layAdapter(const Hba& hba, Plan& plan)
 {
     if (hba.host < 0) {
         throw ModelError("adapter '" + hba.id + "': negative host number");
     }
-    const Path pci = pciFolder(hba), host = hostFolder(hba);
-    const Path scsiHost = host / "scsi_host" / hostName(hba);
-    const int pciClass = hba.procName == "megaraid_sas" ? 0x010400 : 0x010700; // RAID bus, or SAS controller
+    const Path pci = pciFolder(hba);
+    // RAID bus, SATA (AHCI) or SAS controller.
+    const int pciClass = hba.procName == "megaraid_sas" ? 0x010400 : isAta(hba) ? 0x010601 : 0x010700;
     plan.folders.push_back({pci,
                             {{"vendor", hex(hba.vendorId, 4) + "\n"},
                              {"device", hex(hba.deviceId, 4) + "\n"},
                              {"subsystem_vendor", hex(hba.subVendorId, 4) + "\n"},
                              {"subsystem_device", hex(hba.subDeviceId, 4) + "\n"},
                              {"class", hex(pciClass, 6) + "\n"}}});
-    plan.folders.push_back({scsiHost,
-                            {{"proc_name", hba.procName + "\n"},
-                             {"state", hba.state + "\n"},
-                             {"version_fw", hba.firmware + "\n"},
-                             {"board_tracer", hba.serial + "\n"},
-                             {"unique_id", std::to_string(hba.host) + "\n"}}});
     plan.own(pci);
-    plan.own(host);
-    plan.link(scsiHost / "device", host);
     plan.link({"bus", "pci", "devices", hba.pci}, pci, true);
-    plan.link({"class", "scsi_host", hostName(hba)}, scsiHost, true);
+    for (int port = 0; port < std::max(hba.ataPorts, 1); ++port) {
+        const Path host = hostFolder(hba, port);
+        const std::string name = hostName(hostNumber(hba, port));
+        const Path scsiHost = host / "scsi_host" / name;
+        Attributes attributes{{"proc_name", hba.procName + "\n"}, {"state", hba.state + "\n"}};
+        // libata's hosts have no firmware or tracer attributes.
+        if (!isAta(hba)) {
+            attributes.push_back({"version_fw", hba.firmware + "\n"});
+            attributes.push_back({"board_tracer", hba.serial + "\n"});
+        }
+        attributes.push_back({"unique_id", std::to_string(hostNumber(hba, port)) + "\n"});
+        plan.folders.push_back({scsiHost, attributes});
+        plan.own(host);
+        plan.link(scsiHost / "device", host);
+        plan.link({"class", "scsi_host", name}, scsiHost, true);
+    }
 }
 
 // The enclosure an adapter's devices sit in: the logical identifier of its
@@ -266,28 +286,38 @@ void layDevice(const Storage& storage, const Hba& hba, const Device& device, Pla
     if (!device.block.empty() && !allOf(device.block, isalnum)) {
         throw ModelError("device '" + device.id + "': '" + device.block + "' is no block device name");
     }
-    const std::string h = std::to_string(hba.host), t = std::to_string(device.target);
+    if (isAta(hba) && (device.target >= hba.ataPorts || !isSata(device))) {
+        throw ModelError("device '" + device.id + "': an ATA adapter takes SATA disks on its ports 0 to " +
+                         std::to_string(hba.ataPorts - 1));
+    }
+    // On an ATA adapter every port is a host of its own, with the disk as target 0.
+    const std::string h = std::to_string(hostNumber(hba, device.target));
+    const std::string t = isAta(hba) ? "0" : std::to_string(device.target);
     const std::string scsiName = h + ":0:" + t + ":0", endName = "end_device-" + h + ":" + t;
     const std::string sg = "sg" + std::to_string(device.sg);
-    const Path port = hostFolder(hba) / ("port-" + h + ":" + t);
+    const Path port = isAta(hba) ? hostFolder(hba, device.target) / ("target" + h + ":0:" + t)
+                                 : hostFolder(hba) / ("port-" + h + ":" + t);
     const Path end = port / endName;
-    const Path scsi = end / ("target" + h + ":0:" + t) / scsiName;
+    const Path scsi = isAta(hba) ? port / scsiName : end / ("target" + h + ":0:" + t) / scsiName;
     const std::string address = hex(sasAddress(device), 16) + "\n";
 
-    plan.folders.push_back({end / "sas_device" / endName,
-                            {{"bay_identifier", std::to_string(device.bay) + "\n"},
-                             {"enclosure_identifier", hex(enclosureIdentifier(storage, hba), 1) + "\n"},
-                             {"sas_address", address}}});
-    plan.folders.push_back({scsi,
-                            {{"type", std::to_string(device.deviceType) + "\n"},
-                             {"vendor", padded(device.vendor, 8) + "\n"},
-                             {"model", padded(device.model, 16) + "\n"},
-                             {"rev", revision(device) + "\n"},
-                             {"state", std::string(device.state == "offline" ? "offline" : "running") + "\n"},
-                             {"vpd_pg80", vpdPage(0x80, device.serial)},
-                             {"vpd_pg83", identificationPage(device)},
-                             {"inquiry", standardInquiry(device)},
-                             {"sas_address", address}}});
+    Attributes attributes{{"type", std::to_string(device.deviceType) + "\n"},
+                          {"vendor", padded(device.vendor, 8) + "\n"},
+                          {"model", padded(device.model, 16) + "\n"},
+                          {"rev", revision(device) + "\n"},
+                          {"state", std::string(device.state == "offline" ? "offline" : "running") + "\n"},
+                          {"vpd_pg80", vpdPage(0x80, device.serial)},
+                          {"vpd_pg83", identificationPage(device)},
+                          {"inquiry", standardInquiry(device)}};
+    if (!isAta(hba)) {
+        plan.folders.push_back({end / "sas_device" / endName,
+                                {{"bay_identifier", std::to_string(device.bay) + "\n"},
+                                 {"enclosure_identifier", hex(enclosureIdentifier(storage, hba), 1) + "\n"},
+                                 {"sas_address", address}}});
+        attributes.push_back({"sas_address", address});
+        plan.link({"class", "sas_device", endName}, end / "sas_device" / endName, true);
+    }
+    plan.folders.push_back({scsi, attributes});
     plan.folders.push_back({scsi / "scsi_generic" / sg, {}});
     plan.prunes.push_back({scsi / "scsi_generic", {sg}});
     plan.folders.push_back({scsi / "scsi_device" / scsiName, {}});
@@ -308,7 +338,6 @@ void layDevice(const Storage& storage, const Hba& hba, const Device& device, Pla
     }
     plan.prunes.push_back(
         {scsi / "enclosure", device.deviceType == 13 ? std::set<std::string>{scsiName} : std::set<std::string>{}});
-    plan.link({"class", "sas_device", endName}, end / "sas_device" / endName, true);
     plan.link({"class", "scsi_device", scsiName}, scsi / "scsi_device" / scsiName, true);
 }
 

@@ -124,11 +124,6 @@ std::string vekServer::clientPipePath()
     return vekConfig::getEnv() + "/var/run/zolvekcli";
 }
 
-std::string vekServer::shutdownPipePath()
-{
-    return vekConfig::getEnv() + "/var/run/zolvek-shutdown";
-}
-
 void vekServer::initializeVEKServer(vekPlatformServices* services)
 {
     if (thread_.joinable()) {
@@ -151,7 +146,7 @@ bool vekServer::signalStop()
     // once they are, the byte wakes the poll.
     std::lock_guard<std::mutex> lock(pipesMutex_);
     const char wake = 1;
-    return !shutdownFd_.valid() || ::write(shutdownFd_.get(), &wake, 1) == 1;
+    return !shutdownWriteFd_.valid() || ::write(shutdownWriteFd_.get(), &wake, 1) == 1;
 }
 
 void vekServer::stopVEKServer()
@@ -187,7 +182,13 @@ void vekServer::initializeServerPipes()
 {
     std::lock_guard<std::mutex> lock(pipesMutex_);
     serverFd_ = openServerPipe(serverPipePath(), "Initialization of VEK Server pipe failed.");
-    shutdownFd_ = openServerPipe(shutdownPipePath(), "Initialization of VEK Server Shutdown pipe failed.");
+    int ends[2];
+    if (::pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) {
+        VEK_LOG_ERROR(TAG, "VEK Server: Open of pipe %s failed.", "(anonymous shutdown pipe)");
+        throw std::runtime_error("Initialization of VEK Server Shutdown pipe failed.");
+    }
+    shutdownFd_.reset(ends[0]);
+    shutdownWriteFd_.reset(ends[1]);
 }
 
 void vekServer::closeServerPipes()
@@ -198,11 +199,9 @@ void vekServer::closeServerPipes()
     if (serverFd_.valid()) {
         ::unlink(serverPipePath().c_str());
     }
-    if (shutdownFd_.valid()) {
-        ::unlink(shutdownPipePath().c_str());
-    }
     serverFd_.reset();
     shutdownFd_.reset();
+    shutdownWriteFd_.reset();
 }
 
 void vekServer::runVEKServerOperations()

@@ -49,7 +49,6 @@ public:
 
     static std::string serverPipePath();
     static std::string clientPipePath();
-    static std::string shutdownPipePath();
 
 private:
     vekServer() = default;
@@ -84,5 +83,8 @@ private:
     // closes them, and a stop, which writes to the shutdown pipe.
     std::mutex pipesMutex_;
     vekIPMI::UniqueFd serverFd_;
+    // The shutdown pipe is anonymous: no path, so no other process can wake
+    // or fill it; only stopVEKServer writes to it.
     vekIPMI::UniqueFd shutdownFd_;
+    vekIPMI::UniqueFd shutdownWriteFd_;
 };

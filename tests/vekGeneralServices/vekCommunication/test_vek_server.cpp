@@ -2,6 +2,7 @@
 // requests make of it at the emulated RMC, clients that misbehave, stopping.
 
 #include "IELEvent.h"
+#include "vekDiskEmulator.h"
 #include "vekIPMITestSupport.h"
 #include "vekJobManager.h"
 #include "vekPlatformServices.h"
@@ -17,6 +18,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -212,12 +214,87 @@ TEST_F(ServerClientCase, StopWhileIdleIsAtOnceAndAStopBeforeAnyStartSaysSo)
 
     EXPECT_TRUE(vekJobManager::getInstance().startVEKServer(services));
     send("");  // returns once the server listens
+    // The request pipe is the only way in: the shutdown pipe has no path.
+    std::vector<std::string> reachable;
+    for (const auto& entry : std::filesystem::directory_iterator(root.hostPath("/var/run"))) {
+        reachable.push_back(entry.path().filename().string());
+    }
+    EXPECT_EQ(reachable, std::vector<std::string>{"zolvek"});
     vekIPMITest::LogTail whileStopping;
     vekJobManager::getInstance().stopVEKServer();
     // Woken by the shutdown pipe, not by the end of its 5-second poll.
     EXPECT_TRUE(whileStopping.contains("VEK_SERVER: VEK Server signalled for stop. Closing server pipe"));
     EXPECT_FALSE(whileStopping.contains("VEK Server: Polling timed out"));
     EXPECT_FALSE(root.exists("/var/run/zolvek"));
+}
+
+// The client tool as a person runs it: its own process, the real pipes.
+vekProgramResult vekcli(const std::vector<std::string>& args)
+{
+    std::vector<std::string> argv{std::string(VEK_BINARY_DIR) + "/testtools/vekcli/vekcli"};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return vekRunProgram(argv);
+}
+
+TEST_F(ServerCase, TheClientToolSendsEachCodeAndTellsTheAnswer)
+{
+    start();
+    send("");  // returns once the server listens
+    root.writeFile("/tmp/event.json", R"({"ID": 435, "HostName": "rack-host", "EventTime": "Tue Nov 17 10:00:00 2026",
+                                         "IPv4Addresses": [], "OSType": 104, "OSVersion": "8.0.2", "Source": "x"})");
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string said;
+    } cases[] = {
+        {{"event", "434", "1"}, 0, "the service answered 0: test event 434 raised for resource 1 (server)"},
+        {{"send", "257", "434 7"}, 0, "the service answered 0: test event raised"},
+        {{"event", "434", "9"}, 1, "the service answered -1: no test event raised"},
+        {{"json", root.hostPath("/tmp/event.json")}, 0, "the service answered 0: JSON event sent"},
+        {{"json", R"({"ID": 434})"}, 1, "the service answered -1: JSON event refused"},
+        {{"save", "/var/tmp/inventory.json"}, 1, "the service answered -1: no inventory has been collected yet"},
+        {{"send", "300"}, 1, "message code 300 refused or not handled"},
+        {{"event", "four", "1"}, 2, "vekcli: event needs an event number and a resource number\nusage: vekcli"},
+        {{"save", "inventory.json"}, 2, "vekcli: save needs one absolute path"},
+        {{"--timeout", "0", "event", "434", "1"}, 2, "--timeout needs a number of seconds"},
+        {{}, 2, "vekcli: no command"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.said);
+        const vekProgramResult result = vekcli(c.args);
+        EXPECT_EQ(result.status, c.status) << result.output;
+        EXPECT_NE(result.output.find(c.said), std::string::npos) << result.output;
+    }
+    const std::vector<Json::Value> received = events(2);
+    ASSERT_EQ(received.size(), 2u);
+    EXPECT_EQ(received[0]["ID"], 434);
+    EXPECT_EQ(received[1]["ID"], 435);
+    EXPECT_EQ(received[1]["Source"], "VEK-CLI");
+}
+
+TEST_F(ServerClientCase, TheClientToolGivesUpInTimeWithoutAServingService)
+{
+    EXPECT_EQ(vekcli({"event", "434", "1"}).status, 3);
+    root.makeDirectory("/var/run");
+    const std::string pipe = root.hostPath("/var/run/zolvek");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    vekProgramResult result = vekcli({"event", "434", "1"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.output.find("the service is not listening on " + pipe), std::string::npos) << result.output;
+
+    // A reader that takes the request and never answers.
+    const int fd = open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(fd, 0);
+    result = vekcli({"--timeout", "1", "event", "434", "1", "vmnic0"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.output.find("vekcli: no answer in time (waited up to 1 s"), std::string::npos) << result.output;
+    std::string request(64, '\0');
+    const ssize_t got = read(fd, &request[0], request.size());
+    close(fd);
+    ASSERT_EQ(got, 17 + 12);
+    // Code 256, 12 bytes; the PID is the client's own.
+    EXPECT_EQ(request.substr(0, 9), header(256, 12).substr(0, 9));
+    EXPECT_EQ(request.substr(17, 12), "434 1 vmnic0");
 }
 
 } // namespace

@@ -141,8 +141,27 @@ TEST_F(SimulatedStorageTest, BundledStorageAsTheKernelShowsIt)
             EXPECT_EQ(realPath(sys("block/") + d.block), realPath(sys(device + "/block/" + d.block)));
         }
     }
+    // The chipset's SATA controller: a host per ATA port, a SATA disk on
+    // ports 6 and 7, as libata lays them out (no SAS end device).
+    const std::string chipset = "devices/pci0000:00/0000:00:17.0";
+    for (int port = 0; port < 8; ++port) {
+        const std::string host = "host" + std::to_string(3 + port);
+        EXPECT_EQ(fs::read_symlink(sys("class/scsi_host/" + host)).string(),
+                  "../../" + chipset + "/ata" + std::to_string(1 + port) + "/" + host + "/scsi_host/" + host);
+        EXPECT_EQ(read("class/scsi_host/" + host + "/proc_name"), "ahci\n");
+    }
+    for (const char* name : {"9:0:0:0", "10:0:0:0"}) {
+        SCOPED_TRACE(name);
+        const std::string host = std::string(name).substr(0, std::string(name).find(':'));
+        const std::string ata = std::to_string(std::stoi(host) - 2);
+        EXPECT_EQ(realPath(sys("class/scsi_device/" + std::string(name) + "/device")),
+                  realPath(sys(chipset)) + "/ata" + ata + "/host" + host + "/target" + host + ":0:0/" + name);
+        EXPECT_EQ(read("class/scsi_device/" + std::string(name) + "/device/vendor"), "ATA     \n");
+    }
+    EXPECT_EQ(read("bus/pci/devices/0000:00:17.0/device"), "0xa186\n");
+    EXPECT_FALSE(fs::exists(sys("class/sas_device/end_device-9:0")));
     // Those devices and no others.
-    EXPECT_EQ(std::distance(fs::directory_iterator(sys("class/scsi_device")), fs::directory_iterator()), 7);
+    EXPECT_EQ(std::distance(fs::directory_iterator(sys("class/scsi_device")), fs::directory_iterator()), 9);
     EXPECT_EQ(read("class/enclosure/2:0:8:0/components") + read("class/enclosure/2:0:8:0/id"),
               "8\n0x50015b21c0a7b43e\n");
 }
@@ -164,7 +183,11 @@ TEST_F(SimulatedStorageTest, DeviceAndAdapterVanishAndReturn)
     } cases[] = {
         {"d4", {"port-2:4", "end_device-2:4", "2:0:4:0", "sys/block/sdf"}, false},
         {"bp0", {"port-2:8", "end_device-2:8", "2:0:8:0"}, false},
-        {"hba0", {"pci0000:a8", kHba, "host2", "end_device-2:", "2:0:", "sys/block/sd"}, true},
+        {"hba0",
+         {"pci0000:a8", kHba, "host2", "end_device-2:", "2:0:", "sys/block/sdb", "sys/block/sdc", "sys/block/sdd",
+          "sys/block/sde", "sys/block/sdf", "sys/block/sdg"},
+         true},
+        {"s0", {"target9:0:0", "scsi_device/9:0:0:0", "sys/block/sdh"}, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.id);

@@ -64,6 +64,10 @@ const _VEK_STORAGE_HBA_MODEL gStorageHbaList[MAX_STORAGE_HBA_LIST] = {
     {onAnySystem, vekStorageChipsetID(kBroadcom, 0x005D), 0, VEK_STORAGE_FAMILY_MEGARAID, "MegaRAID SAS-3 3108"},
     {onAnySystem, vekStorageChipsetID(0x9005, 0x028F), vekStorageChipsetID(0x9005, 0x1A20),
      VEK_STORAGE_FAMILY_SMARTRAID, "SmartRAID 3254-16i"},
+    // The chipset's SATA controllers in RAID mode (vekLewisburgSATARAIDController).
+    {onAnySystem, vekStorageChipsetID(kIntel, 0xA186), 0, VEK_STORAGE_FAMILY_LEWISBURG, "Lewisburg SATA RAID"},
+    {onAnySystem, vekStorageChipsetID(kIntel, 0xA1D6), 0, VEK_STORAGE_FAMILY_LEWISBURG, "Lewisburg sSATA RAID"},
+    {onAnySystem, vekStorageChipsetID(kIntel, 0x2826), 0, VEK_STORAGE_FAMILY_LEWISBURG, "Lewisburg SATA RAID (VROC)"},
 };
 
 const char* getStorageControllerModel(uint32_t chipsetID, uint32_t boardID, unsigned char familyMask,

@@ -39,8 +39,6 @@ if [ -z "${VEK_ROOT:-}" ]; then
     VEK_ROOT=$(mktemp -d /tmp/vek-host-XXXXXX)
     made_host=1
     "$here/testtools/simhost/mkhost.sh" "$here/testtools/simhost/profiles/rack-type4" "$VEK_ROOT"
-    # The rack server's MegaRAID controller, through the stand-in libstorelib.so.
-    cp "$here/testtools/storelib/scenarios/rack-type4.json" "$VEK_ROOT/sim/libstorelib.json"
 fi
 export VEK_ROOT
 export PATH="$VEK_ROOT/bin:$PATH"

@@ -105,6 +105,12 @@ void vekScrutinyInterface::initialize(ISubject* subject)
     }
 }
 
+bool vekScrutinyInterface::isInitialized()
+{
+    std::lock_guard<std::mutex> instance(instanceLock);
+    return library_ != nullptr;
+}
+
 void vekScrutinyInterface::shutdown()
 {
     std::lock_guard<std::mutex> instance(instanceLock);

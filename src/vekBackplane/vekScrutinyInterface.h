@@ -44,6 +44,7 @@ public:
     void initialize(ISubject* subject);
     void shutdown();
     void resetInitializeAttempts();
+    bool isInitialized();
 
     // Rebuilds the current generation; the records of the one before it are
     // deleted, so pointers from the readers hold for one inventory pass.

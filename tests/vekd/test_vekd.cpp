@@ -195,7 +195,7 @@ TEST_F(VekdTest, StartsSendsTheInventoryAndStopsGracefully)
     EXPECT_LT(log.find("Stopped VEK Server"), log.find("Stopping all RMs")) << log;
     // Every entry: time, level, thread number, source line, tag, text. A
     // text may go on over lines of its own (a JSON document after "\n").
-    const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \[(INFO|DEBUG|WARNING|ERROR)\] +\d{3,} \d{3} [A-Z_]+: .*)");
+    const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \[(INFO|DEBUG|WARNING|ERROR)\] +\d{3,} \d{3,} [A-Z_]+: .*)");
     std::istringstream lines(log + debugLog());
     std::string each;
     size_t count = 0;
@@ -368,11 +368,13 @@ TEST_F(VekdTest, FailingDiskReachesTheRmcAsEventAndInInventory)
         return storage;
     };
     // Six drives behind the HBA in slot 4, five behind the SmartRAID
-    // controller in slot 10, two on the chipset's SATA controller.
-    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 6 + 5 + 2; }, std::chrono::seconds(60)))
+    // controller in slot 10, two on the chipset's SATA controller, four
+    // behind the MegaRAID controller in slot 2.
+    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 6 + 5 + 2 + 4; },
+                              std::chrono::seconds(60)))
         << mainLog();
     const Json::Value first = latestStorage();
-    ASSERT_EQ(first["StorageControllers"].size(), 3u);
+    ASSERT_EQ(first["StorageControllers"].size(), 4u);
     Json::Value hba;
     for (const Json::Value& controller : first["StorageControllers"]) {
         if (controller["Data"]["Oem"]["Description"].asString() == "PCI 0000:a8:00.0 r001u03p1i04") {
@@ -380,12 +382,14 @@ TEST_F(VekdTest, FailingDiskReachesTheRmcAsEventAndInInventory)
         }
     }
     EXPECT_EQ(hba["EventInfo"].asString(), "The storage controller port(s) are now online.");
-    EXPECT_EQ(first["StorageEnclosures"].size(), 2u);
+    // The HBA's and the SmartRAID controller's, and the two segments of the
+    // MegaRAID's UBM backplane.
+    EXPECT_EQ(first["StorageEnclosures"].size(), 4u);
     std::set<std::string> places;
     for (const Json::Value& drive : first["Drives"]) {
         places.insert(drive["Data"]["Oem"]["PhysicalLocation"].asString());
     }
-    EXPECT_EQ(places.size(), 6u + 5u + 2u);
+    EXPECT_EQ(places.size(), 6u + 5u + 2u + 4u);
     EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
 
     const std::string serial = "WBN2A7Q40000K9280ZYX"; // d0, the SAS HDD of bay 1
@@ -534,14 +538,16 @@ TEST_F(VekdTest, GPUsReachTheRmcAsProcessors)
 }
 
 // The rack server's MegaRAID controller as the RMC receives it, placed by its
-// slot, with its drives and volumes; and a consistency check that corrects
-// three medium errors ends in exactly one event with the summary.
+// slot, with its drives placed on the bays of its UBM backplane and the
+// backplane's segments as enclosures, and its volumes; and a consistency
+// check that corrects three medium errors ends in exactly one event with the
+// summary.
 TEST_F(VekdTest, MegaRAIDControllerReachesTheRmcAndAConsistencyCheckEndsInOneEvent)
 {
     const std::string scenarioFile = host_ + "/sim/libstorelib.json";
     Json::Value scenario;
     {
-        std::ifstream in(std::string(VEK_SOURCE_DIR) + "/testtools/storelib/scenarios/rack-type4.json");
+        std::ifstream in(scenarioFile);
         ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &scenario, nullptr));
     }
     auto writeScenario = [&] {
@@ -579,13 +585,41 @@ TEST_F(VekdTest, MegaRAIDControllerReachesTheRmcAndAConsistencyCheckEndsInOneEve
             EXPECT_NE(pl, "FFFFFFFFFFFFFFFF");
         }
     }
-    std::set<std::string> serials;
+    // Each drive on its own bay of box 1: two through the FRU of their own
+    // connector's bus, two through the other bus's FRU.
+    std::map<std::string, Json::Value> drives;
     for (const Json::Value& drive : storage["Drives"]) {
-        serials.insert(drive["Data"]["SerialNumber"].asString());
+        drives[drive["Data"]["SerialNumber"].asString()] = drive["Data"];
     }
+    std::set<std::string> places;
     for (const char* serial : {"WFK0A1B20000C9270ABC", "WFK0A1B30000C9270ABD", "S45NNE0M500123", "S45NNE0M500124"}) {
-        EXPECT_EQ(serials.count(serial), 1u) << serial;
+        ASSERT_EQ(drives.count(serial), 1u) << serial;
+        const std::string pl = drives[serial]["Oem"]["PhysicalLocation"].asString();
+        EXPECT_EQ(pl.size(), 16u) << serial;
+        EXPECT_NE(pl, "FFFFFFFFFFFFFFFF") << serial;
+        places.insert(pl);
     }
+    EXPECT_EQ(places.size(), 4u);
+    std::map<std::string, Json::Value> backplanes;
+    for (const Json::Value& enclosure : storage["StorageEnclosures"]) {
+        // The SmartRAID controller's backplane is a UBM one too, of another model.
+        if (enclosure["Data"]["Model"].asString() == "UBM 4-Bay Backplane") {
+            backplanes[enclosure["Data"]["SerialNumber"].asString()] = enclosure["Data"];
+        }
+    }
+    ASSERT_EQ(backplanes.size(), 2u) << storage["StorageEnclosures"];
+    for (int box = 1; box <= 2; ++box) {
+        const Json::Value& backplane = backplanes["BP4A0000" + std::to_string(box)];
+        EXPECT_EQ(backplane["Type"].asString(), "UBM Backplane") << backplane;
+        EXPECT_EQ(backplane["PartNumber"].asString(), "BP-0004") << backplane;
+        EXPECT_EQ(backplane["FirmwareVersion"].asString(), "1.10") << backplane;
+        EXPECT_EQ(backplane["Oem"]["Box"].asInt(), box) << backplane;
+        const std::string pl = backplane["Oem"]["PhysicalLocation"].asString();
+        EXPECT_EQ(pl.size(), 16u) << backplane;
+        EXPECT_NE(pl, "FFFFFFFFFFFFFFFF") << backplane;
+        places.insert(pl);
+    }
+    EXPECT_EQ(places.size(), 6u);
     std::map<std::string, Json::Value> volumes;
     for (const Json::Value& volume : storage["Volumes"]) {
         volumes[volume["Data"]["DurableName"].asString()] = volume["Data"];
@@ -852,7 +886,8 @@ TEST_F(VekdTest, ChipsetSataDisksReachTheRmcInTheirBays)
         }
         return latest;
     };
-    ASSERT_TRUE(vekEventually([&] { return storage()["Drives"].size() == 6 + 5 + 2; }, std::chrono::seconds(60))) << mainLog();
+    ASSERT_TRUE(vekEventually([&] { return storage()["Drives"].size() == 6 + 5 + 2 + 4; }, std::chrono::seconds(60)))
+        << mainLog();
     const Json::Value inventory = storage();
     Json::Value chipset;
     for (const Json::Value& controller : inventory["StorageControllers"]) {
@@ -886,7 +921,7 @@ TEST_F(VekdTest, ChipsetSataDisksReachTheRmcInTheirBays)
         EXPECT_NE(drive["Oem"]["PhysicalLocation"].asString(), "FFFFFFFFFFFFFFFF");
     }
     // Every drive has a place of its own.
-    EXPECT_EQ(places.size(), 6u + 5u + 2u);
+    EXPECT_EQ(places.size(), 6u + 5u + 2u + 4u);
     EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
 
     // A disk of the chipset leaves its bay and comes back: the RMC hears of

@@ -260,6 +260,23 @@ uint32_t controllerList(const Json::Value& all, _SL_LIB_CMD_PARAM_T* param)
     return SL_SUCCESS;
 }
 
+// The controller's PHY or lane connections: groups of `count` connections
+// (default 1) from `port` to `connector`; a group without a port is invalid.
+template <size_t N> uint8_t connections(const Json::Value& groups, _MR_CONNECTION (&out)[N])
+{
+    size_t used = 0;
+    for (const Json::Value& group : groups) {
+        for (unsigned i = 0; i < group.get("count", 1).asUInt() && used < N; ++i, ++used) {
+            if (group.isMember("port")) {
+                out[used].flags = MR_CONNECTION_VALID;
+                out[used].portNumber = static_cast<uint8_t>(group["port"].asUInt());
+                out[used].connectorIndex = static_cast<uint8_t>(group.get("connector", 0).asUInt());
+            }
+        }
+    }
+    return static_cast<uint8_t>(used);
+}
+
 uint32_t controllerInfo(const Json::Value& ctrl, _SL_LIB_CMD_PARAM_T* param)
 {
     if (fails(ctrl, "info") || param->dataSize < sizeof(_MR_CTRL_INFO)) {
@@ -277,6 +294,8 @@ uint32_t controllerInfo(const Json::Value& ctrl, _SL_LIB_CMD_PARAM_T* param)
              ctrl.get("firmware", "").asString());
     copyText(info.productName, sizeof info.productName - 1, ctrl.get("model", "").asString());
     copyText(info.serialNo, sizeof info.serialNo - 1, ctrl.get("serialNumber", "").asString());
+    _MR_SAS_PHY_CONNECTIONS phys{};
+    info.sasPhyCount = connections(ctrl["phys"], phys.phy);
     memcpy(param->pData, &info, sizeof info);
     return SL_SUCCESS;
 }
@@ -342,6 +361,16 @@ uint32_t pdInfo(const Json::Value& ctrl, _SL_LIB_CMD_PARAM_T* param)
         info.interfaceType = static_cast<uint8_t>(interfaceType(drive.get("interface", "SAS").asString()));
         info.mediaType = drive.get("media", "HDD").asString() == "SSD" ? 1 : 0;
         info.logicalBlockSize = drive.get("blockSize", 512).asUInt();
+        // One path per port the drive is cabled to, each with its own address.
+        Json::Value ports = drive.isMember("port") ? Json::Value(Json::arrayValue) : drive["ports"];
+        if (drive.isMember("port")) {
+            ports.append(drive["port"]);
+        }
+        for (Json::ArrayIndex path = 0; path < ports.size() && path < 2; ++path) {
+            info.pathInfo.count = static_cast<uint8_t>(path + 1);
+            info.pathInfo.sasAddr[path] = 0x5000C50000000000ULL + (param->pdDeviceId << 4) + path;
+            info.connectedPortBitmap |= static_cast<uint8_t>((ports[path].asUInt() & 0x0F) << (4 * path));
+        }
         info.coercedSize = drive.get("blocks", 0).asUInt64();
         info.rawSize = info.nonCoercedSize = info.coercedSize;
         memcpy(param->pData, &info, sizeof info);
@@ -476,6 +505,30 @@ uint32_t dcmd(const Json::Value& ctrl, _SL_LIB_CMD_PARAM_T* param)
     memset(input.pData, 0, input.dataTransferLength);
     if (input.opCode == MR_DCMD_CTRL_MFC_MFG_GET && input.dataTransferLength >= sizeof(_MR_MFC_MFG)) {
         copyText(input.pData, 15, ctrl.get("serialNumber", "").asString());
+        return SL_SUCCESS;
+    }
+    if (input.opCode == MR_DCMD_SAS_CONNECTORS_GET && input.dataTransferLength >= sizeof(_MR_SAS_CONNECTORS)) {
+        _MR_SAS_CONNECTORS connectors{};
+        for (const Json::Value& name : ctrl["connectors"]) {
+            if (connectors.count < MR_MAX_SAS_CONNECTORS) {
+                copyText(connectors.connectors[connectors.count++].name, 15, name.asString());
+            }
+        }
+        memcpy(input.pData, &connectors, sizeof connectors);
+        return SL_SUCCESS;
+    }
+    if (input.opCode == MR_DCMD_SAS_PHY_CONNECTIONS_GET &&
+        input.dataTransferLength >= sizeof(_MR_SAS_PHY_CONNECTIONS)) {
+        _MR_SAS_PHY_CONNECTIONS phys{};
+        phys.count = connections(ctrl["phys"], phys.phy);
+        memcpy(input.pData, &phys, sizeof phys);
+        return SL_SUCCESS;
+    }
+    if (input.opCode == MR_DCMD_PCIE_LANE_CONNECTIONS_GET &&
+        input.dataTransferLength >= sizeof(_MR_PCIE_LANE_CONNECTIONS)) {
+        _MR_PCIE_LANE_CONNECTIONS lanes{};
+        lanes.count = connections(ctrl["lanes"], lanes.lane);
+        memcpy(input.pData, &lanes, sizeof lanes);
         return SL_SUCCESS;
     }
     if (input.opCode == MR_DCMD_CTRL_GET_SAFEID) {

@@ -8,6 +8,7 @@
 #include "vekIOGeoIDHelper.h"
 #include "vekLog.h"
 #include "vekMegaRAIDConsistencyCheckEventHandler.h"
+#include "vekMegaRAIDUBMSupport.h"
 #include "vekMegaRAIDLogicalDiskConsistencyCheckState.h"
 #include "vekPhysLocFactory.h"
 
@@ -214,8 +215,27 @@ void vekMegaRAIDController::discoverPhysicalDiskAttributes(vekDiskInfo& disk, co
     } else if (row->method == DRIVES_THROUGH_UBM && driveBoxLocator()) {
         CTRL_INFO ctrl;
         vekStoreLibInterface::getInstance().getControllerInventory(controllerId_, ctrl);
-        const int box = driveBoxLocator()(ctrl, pd);
-        if (box < 0) {
+        const std::string connector = pd.connectorNames.empty() ? std::string() : pd.connectorNames.front();
+        int box = -1;
+        bool located = false;
+        try {
+            box = driveBoxLocator()(ctrl, pd);
+            located = true;
+            VEK_LOG_DEBUG(TAG,
+                          "Broadcom controller [0x%04X, 0x%04X] @ [%s]: PD @ bay #[%d] on connector [%s] maps to LM "
+                          "enclosure box # [%d].",
+                          ChipsetID, BoardID, PciLocation.c_str(), pd.slot, connector.c_str(), box);
+        } catch (const std::exception& e) {
+            VEK_LOG_ERROR(TAG,
+                          "Unable to determine LM enclosure box # [%d] for PD on Broadcom controller [0x%04X, 0x%04X] "
+                          "@ [%s]. PL for PD [%s, %s] @ slot [%s] will be reported as FFFFFFFFFFFFFFFF. (%zu, %s, "
+                          "[%s])",
+                          box, ChipsetID, BoardID, PciLocation.c_str(), pd.model.c_str(), pd.serialNumber.c_str(),
+                          slot, pd.connectorNames.size(), connector.c_str(), e.what());
+        }
+        if (!located) {
+            // The drive keeps the all-F PL.
+        } else if (box < 0) {
             VEK_LOG_ERROR(TAG, "Internal error detected: Invalid box #[%d]!", box);
         } else {
             disk.setEnclosureBox(box);
@@ -331,8 +351,12 @@ int vekMegaRAIDController::discoverStorageEnclosureInventory(std::vector<vekStor
     if (!driveBoxLocator()) {
         return 0;
     }
-    VEK_LOG_DEBUG(TAG, "Returning -1 as no enclosure segments found.");
-    return -1;
+    if (vekMegaRAIDUBMSupport::populateEnclosureSegment(enclosures_, PciLocation) < 0) {
+        VEK_LOG_DEBUG(TAG, "Returning -1 as no enclosure segments found.");
+        return -1;
+    }
+    enclosures = enclosures_;
+    return 0;
 }
 
 // ---------------------------------------------------------------- events on and off

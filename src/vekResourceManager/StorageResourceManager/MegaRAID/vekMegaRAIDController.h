@@ -17,7 +17,9 @@
 class vekMegaRAIDController : public vekStorageController {
 public:
     // Where a drive of a backplane platform sits: the box number of its
-    // enclosure, or -1. Set by the UBM support when it is part of the build.
+    // enclosure; an exception when no backplane describes the drive. Set by
+    // the factory once the UBM support is up; with it set, the controller's
+    // enclosures are the UBM support's segments too.
     typedef std::function<int(const CTRL_INFO& controller, const PD_INFO& drive)> DriveBoxLocator;
     static void setDriveBoxLocator(DriveBoxLocator locator);
 

@@ -2,6 +2,8 @@
 
 #include "vekLog.h"
 #include "vekMegaRAIDController.h"
+#include "vekMegaRAIDUBMSupport.h"
+#include "vekPlatformServices.h"
 #include "vekStoreLibInterface.h"
 #include "vekSubjectShutdownNotifier.h"
 #include "vekSubjectShutdownObserver.h"
@@ -9,6 +11,10 @@
 namespace {
 
 const char TAG[] = "LSI_FACTORY";
+
+// The platforms that carry UBM backplanes.
+const int kPlatformLM = 2;
+const int kPlatformTRB = 4;
 
 // Enrols the factory before the manager's first build.
 const FactoryRegister registration(&vekMegaRAIDControllerFactory::getInstance());
@@ -33,6 +39,7 @@ bool vekMegaRAIDControllerFactory::initialize(vekOSInterface* osInterface, ISubj
         return true;
     }
     osInterface_ = osInterface;
+    shutdownSubject_ = shutdownSubject;
     initialized_ = true;
     if (shutdownSubject == nullptr) {
         VEK_LOG_DEBUG(TAG, "Factory[%p]: No shutdown subject specified during initialization process.",
@@ -54,6 +61,36 @@ bool vekMegaRAIDControllerFactory::initialize(vekOSInterface* osInterface, ISubj
                       static_cast<void*>(this));
     }
     return true;
+}
+
+void vekMegaRAIDControllerFactory::initializeUBMSupport()
+{
+    const int platform = vekPlatformServices::getCachedPlatform();
+    if (platform != kPlatformLM && platform != kPlatformTRB) {
+        VEK_LOG_INFO(TAG, "Scrutiny library will not be used on a pre-KMR-2 platform");
+        return;
+    }
+    vekMegaRAIDUBMSupport::initialize(shutdownSubject_);
+    isScrutinyInitialized = vekMegaRAIDUBMSupport::isInitialized();
+    if (!isScrutinyInitialized) {
+        VEK_LOG_ERROR(TAG, "Failed to initialize Scrutiny interface");
+        return;
+    }
+    VEK_LOG_INFO(TAG, "Scrutiny interface successfully initialized");
+    // Drives are placed by the connector and bay the controller knows them
+    // by; the first connector is the one the drive is cabled through.
+    vekMegaRAIDController::setDriveBoxLocator([](const CTRL_INFO& ctrl, const PD_INFO& pd) {
+        if (pd.connectorNames.empty()) {
+            throw vekBroadcom::StorageBackplaneNumberForDriveNotFoundException("No connector known for the drive!");
+        }
+        if (pd.slot < 0 || pd.slot > 255) {
+            throw vekBroadcom::StorageBackplaneNumberForDriveNotFoundException("No bay known for the drive!");
+        }
+        int box = -1;
+        vekMegaRAIDUBMSupport::findBackplaneNumberForDriveLocation(ctrl.pciLocation, pd.connectorNames.front(),
+                                                                   static_cast<uint8_t>(pd.slot), box);
+        return box;
+    });
 }
 
 void vekMegaRAIDControllerFactory::resetControllerDetection()
@@ -80,11 +117,14 @@ int vekMegaRAIDControllerFactory::discoverControllers(std::vector<IvekStorageCon
             vekMegaRAIDController::isLSILibLoaded = true;
         }
         lib.cacheBuild("All");
+        VEK_LOG_DEBUG(TAG, "Refreshing scrutiny interface cache.");
         if (firstPass_) {
-            // Backplane platforms place drives through the UBM support, which
-            // is not part of this build: drives keep the all-F PL.
+            initializeUBMSupport();
             VEK_LOG_DEBUG(TAG, "First inventory build");
             firstPass_ = false;
+        }
+        if (isScrutinyInitialized) {
+            vekMegaRAIDUBMSupport::cacheBuild();
         }
         for (const CTRL_INFO& ctrl : lib.getControllerCollection()) {
             VEK_LOG_DEBUG(TAG, "discoverControllers ID = %d SN = %s", static_cast<int>(ctrl.ctrlId),
@@ -178,6 +218,8 @@ void vekMegaRAIDControllerFactory::shutdownFactory()
     }
     if (isScrutinyInitialized) {
         VEK_LOG_DEBUG(TAG, "Shutting down scrutiny interface");
+        vekMegaRAIDController::setDriveBoxLocator(nullptr);
+        vekMegaRAIDUBMSupport::shutdown();
         isScrutinyInitialized = false;
     }
 }

@@ -37,6 +37,8 @@ public:
 
 private:
     void resetControllerDetection();
+    // The first pass brings the UBM support up on a platform with UBM backplanes.
+    void initializeUBMSupport();
 
     std::vector<vekMegaRAIDController*> controllers_;
     std::recursive_mutex mutex_;
@@ -44,7 +46,7 @@ private:
     vekOSInterface* osInterface_ = nullptr;
     bool initialized_ = false;
     bool firstPass_ = true;
-    // The UBM support of backplane platforms is built apart; until it is,
-    // no pass initialises it.
+    // Whether the UBM support of backplane platforms came up on the first pass.
     bool isScrutinyInitialized = false;
+    ISubject* shutdownSubject_ = nullptr;
 };

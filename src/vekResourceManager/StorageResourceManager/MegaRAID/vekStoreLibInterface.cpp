@@ -556,6 +556,13 @@ void vekStoreLibInterface::buildPDInfo()
             pd.fwState = info.fwState;
             pd.health = getHealth(info.fwState);
             pd.capacityBytes = info.coercedSize * (info.logicalBlockSize != 0 ? info.logicalBlockSize : 512);
+            try {
+                discoverDriveConnectorNames(ctrl.ctrlId, pd.deviceId, pd.connectorNames);
+            } catch (const vekBroadcom::Exception& e) {
+                // The drive stays in the cache; only its place is lost.
+                VEK_LOG_WARNING(TAG, "CtrlId [%u]: No connector names for PD (Device ID: [%hu]): %s", ctrl.ctrlId,
+                                pd.deviceId, e.what());
+            }
             // The counter outlives a rebuild of the cache; only events reset it.
             for (const PD_INFO& old : previous[ctrl.ctrlId]) {
                 if (old.enclosure == pd.enclosure && old.slot == pd.slot && old.serialNumber == pd.serialNumber) {

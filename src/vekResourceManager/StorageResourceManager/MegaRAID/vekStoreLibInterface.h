@@ -30,6 +30,22 @@ private:
     uint32_t status_;
 };
 
+// Why a drive's connector names can't be told.
+class PhysicalDriveHasNoSASAddressException : public Exception {
+public:
+    using Exception::Exception;
+};
+
+class NoPhysSupportedException : public Exception {
+public:
+    using Exception::Exception;
+};
+
+class UnrecognizedDriveInterfaceTypeException : public Exception {
+public:
+    using Exception::Exception;
+};
+
 } // namespace vekBroadcom
 
 // A controller as the library's cache holds it.
@@ -129,6 +145,14 @@ public:
     uint32_t IssueEventSequenceInfo(uint32_t ctrlId, _MR_EVT_LOG_INFO& info);
     uint32_t sendDCMDPassThru(uint32_t ctrlId, uint32_t opCode, void* data, uint32_t length, const char* what);
 
+    // The names of the controller connectors ("C0.0") that the drive hangs
+    // on, through the PHYs (SAS, SATA) or lanes (NVMe) of its ports. Throws a
+    // vekBroadcom::Exception when they can't be told.
+    void discoverDriveConnectorNames(uint32_t ctrlId, uint16_t deviceId, std::vector<std::string>& out);
+    uint32_t readSASConnectorsInfo(uint32_t ctrlId, _MR_SAS_CONNECTORS& connectors);
+    uint32_t readPhyConnectionsInfo(uint32_t ctrlId, _MR_SAS_PHY_CONNECTIONS& phys);
+    uint32_t readLaneConnectionsInfo(uint32_t ctrlId, _MR_PCIE_LANE_CONNECTIONS& lanes);
+
     static int getHealth(int fwState);
     static std::string getFWStateString(int fwState);
     static int getLDHealth(int ldState);
@@ -137,6 +161,13 @@ public:
     static std::string getCtrlPCILoc(const _SL_PCI_INFO_T& pci);
 
 private:
+    // The connector indices that lead to the port, added to `indices` when new.
+    void discoverDriveConnectorNamesForPort(uint32_t ctrlId, uint16_t deviceId, uint8_t interfaceType, uint8_t port,
+                                            unsigned phyCount, std::vector<uint8_t>& indices);
+    void discoverConnectionIndicesForSASOrSATAPort(uint32_t ctrlId, uint8_t port, unsigned phyCount,
+                                                   std::vector<uint8_t>& indices);
+    void discoverConnectionIndicesForNVMePort(uint32_t ctrlId, uint8_t port, std::vector<uint8_t>& indices);
+
     void buildControllerInfo();
     void buildPDInfo();
     void buildLDInfo();

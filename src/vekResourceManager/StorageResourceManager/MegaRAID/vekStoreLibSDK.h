@@ -121,6 +121,50 @@ struct _MR_MFC_MFG {
 };
 static_assert(sizeof(_MR_MFC_MFG) == 32, "manufacturing page");
 
+// The controller's connectors by index (168 bytes), and which connector each
+// SAS PHY (for SAS and SATA drives) or PCIe lane (for NVMe drives) leads to,
+// with the port it belongs to. A connection is used only when valid.
+const uint32_t MR_DCMD_SAS_CONNECTORS_GET = 0x07030000;
+const uint32_t MR_DCMD_SAS_PHY_CONNECTIONS_GET = 0x07020000;
+const uint32_t MR_DCMD_PCIE_LANE_CONNECTIONS_GET = 0x0C010000;
+
+const size_t MR_MAX_SAS_CONNECTORS = 8;
+struct _MR_SAS_CONNECTORS {
+    uint8_t count;
+    uint8_t reserved[7];
+    struct {
+        char name[16]; // "C0.0", NUL-terminated when shorter
+        uint8_t location;
+        uint8_t reserved[3];
+    } connectors[MR_MAX_SAS_CONNECTORS];
+};
+static_assert(sizeof(_MR_SAS_CONNECTORS) == 168, "SAS connectors");
+
+const uint8_t MR_CONNECTION_VALID = 0x01;
+struct _MR_CONNECTION {
+    uint8_t flags;
+    uint8_t portNumber;
+    uint8_t connectorIndex;
+    uint8_t reserved[5];
+};
+static_assert(sizeof(_MR_CONNECTION) == 8, "connection");
+
+const size_t MR_MAX_SAS_PHYS = 32;
+struct _MR_SAS_PHY_CONNECTIONS {
+    uint8_t count;
+    uint8_t reserved[7];
+    _MR_CONNECTION phy[MR_MAX_SAS_PHYS];
+};
+static_assert(sizeof(_MR_SAS_PHY_CONNECTIONS) == 264, "SAS PHY connections");
+
+const size_t MR_MAX_PCIE_LANES = 48;
+struct _MR_PCIE_LANE_CONNECTIONS {
+    uint8_t count;
+    uint8_t reserved[7];
+    _MR_CONNECTION lane[MR_MAX_PCIE_LANES];
+};
+static_assert(sizeof(_MR_PCIE_LANE_CONNECTIONS) == 392, "PCIe lane connections");
+
 // ---------------------------------------------------------------- controller
 
 struct _MR_CTRL_INFO {
@@ -149,7 +193,9 @@ struct _MR_CTRL_INFO {
     uint8_t maxLds;
     char productName[80];
     char serialNo[32];
-    uint8_t reserved[2488 - 1328];
+    // The SAS PHYs of the controller; 0 when it can't tell.
+    uint8_t sasPhyCount;
+    uint8_t reserved[2488 - 1329];
 };
 static_assert(offsetof(_MR_CTRL_INFO, productName) == 1216, "controller product name");
 static_assert(sizeof(_MR_CTRL_INFO) == 2488, "controller info");
@@ -209,10 +255,14 @@ struct _MR_PD_INFO {
     uint8_t disabledForRemoval;
     uint8_t linkSpeed;
     uint32_t ddfState;
+    // The drive's paths: a path is valid when its SAS address is not zero.
+    // connectedPortBitmap then holds the controller port of each path, path
+    // 0 in the low nibble and path 1 in the high one.
     struct {
         uint8_t count;
         uint8_t flags;
-        uint8_t reserved[6];
+        uint8_t connectorIndex[2];
+        uint8_t reserved[4];
         uint64_t sasAddr[2];
         uint8_t reserved2[16];
     } pathInfo;

@@ -33,11 +33,23 @@ TEST_F(MegaRAIDControllerTest, TheRackServersControllerWithItsDrivesAndVolumes)
         slots.insert(drive.getSlot());
         EXPECT_EQ(drive.getState(), VEK_STATE_ONLINE) << drive.getSerialNumber();
         EXPECT_EQ(drive.getHealth(), VEK_HEALTH_OK) << drive.getSerialNumber();
-        // Drives of this model are placed through the backplane's UBM support,
-        // which this build does not hold.
-        EXPECT_EQ(drive.getPhysicalLocation(), "FFFFFFFFFFFFFFFF");
+        // All four bays lie on the backplane of box 1, two of them reached
+        // through the FRU of the other connector's bus. This host has no slot
+        // for the controller, so no PL can be encoded (the service case has).
+        EXPECT_EQ(drive.getEnclosureBox(), 1) << drive.getSerialNumber();
     }
-    EXPECT_EQ(slots, (std::set<std::string>{"252:0", "252:1", "252:2", "252:3"}));
+    EXPECT_EQ(slots, (std::set<std::string>{"252:1", "252:2", "252:3", "252:4"}));
+
+    // Both segments of the UBM backplane are enclosures of the controller.
+    ASSERT_EQ(enclosures.size(), 2u);
+    for (size_t i = 0; i < enclosures.size(); ++i) {
+        EXPECT_EQ(enclosures[i].getBox(), static_cast<int>(i) + 1);
+        EXPECT_EQ(enclosures[i].getSerialNumber(), "BP4A0000" + std::to_string(i + 1));
+        EXPECT_EQ(enclosures[i].getModel(), "UBM 4-Bay Backplane");
+        EXPECT_EQ(enclosures[i].getBayCount(), 4);
+        EXPECT_EQ(enclosures[i].getState(), VEK_STATE_RUNNING);
+        EXPECT_EQ(enclosures[i].getHealth(), VEK_HEALTH_OK);
+    }
     EXPECT_EQ(drives[2].getManufacturer(), "SAMSUNG");
     EXPECT_EQ(drives[2].getMediaType(), "SSD");
 

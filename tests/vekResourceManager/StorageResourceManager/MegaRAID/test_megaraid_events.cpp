@@ -43,42 +43,42 @@ TEST_F(MegaRAIDEventsTest, DriveEventsReachTheRmc)
         const char* slot;
         const char* state;
     };
-    Json::Value failed = pdEvent(114, 1, 2, "State change on PD 09(e0xfc/s1) from ONLINE(18) to FAILED(11)", 33);
+    Json::Value failed = pdEvent(114, 2, 2, "State change on PD 09(e0xfc/s2) from ONLINE(18) to FAILED(11)", 33);
     failed["prevState"] = "Online";
     failed["newState"] = "Failed";
-    Json::Value back = pdEvent(114, 1, 0, "State change on PD 09(e0xfc/s1) from FAILED(11) to REBUILD(14)", 33);
+    Json::Value back = pdEvent(114, 2, 0, "State change on PD 09(e0xfc/s2) from FAILED(11) to REBUILD(14)", 33);
     back["prevState"] = "Failed";
     back["newState"] = "Rebuild";
-    Json::Value unknownState = pdEvent(114, 1, 0, "State change on PD 09(e0xfc/s1) to 99", 33);
+    Json::Value unknownState = pdEvent(114, 2, 0, "State change on PD 09(e0xfc/s2) to 99", 33);
     unknownState["newState"] = 0x99;
     const std::vector<Case> cases = {
         {"a drive fails by state change",
          {failed},
-         {"538 @ " + kNoPL + ": [Msg # 0x0072] State change on PD 09(e0xfc/s1) from ONLINE(18) to FAILED(11), (Drive "
+         {"538 @ " + kNoPL + ": [Msg # 0x0072] State change on PD 09(e0xfc/s2) from ONLINE(18) to FAILED(11), (Drive "
                              "is in Failed state)" + kGuide},
-         "252:1", "Failed/Critical"},
+         "252:2", "Failed/Critical"},
         {"and rebuilds",
          {back},
-         {"540 @ " + kNoPL + ": [Msg # 0x0072] State change on PD 09(e0xfc/s1) from FAILED(11) to REBUILD(14), (Drive "
+         {"540 @ " + kNoPL + ": [Msg # 0x0072] State change on PD 09(e0xfc/s2) from FAILED(11) to REBUILD(14), (Drive "
                              "is in Rebuild state)" + kGuide},
-         "252:1", "Rebuild/OK"},
-        {"a state the firmware words don't know", {unknownState}, {}, "252:1", "Rebuild/OK"},
+         "252:2", "Rebuild/OK"},
+        {"a state the firmware words don't know", {unknownState}, {}, "252:2", "Rebuild/OK"},
         {"a predictive failure, told once",
-         {pdEvent(97, 2, 1, "Predictive failure: PD 0a(e0xfc/s2)"),
-          pdEvent(97, 2, 1, "Predictive failure: PD 0a(e0xfc/s2)")},
-         {"539 @ " + kNoPL + ": [Msg # 0x0061] Predictive failure: PD 0a(e0xfc/s2)" + kGuide},
-         "252:2", "Predictive failure/Warning"},
+         {pdEvent(97, 3, 1, "Predictive failure: PD 0a(e0xfc/s3)"),
+          pdEvent(97, 3, 1, "Predictive failure: PD 0a(e0xfc/s3)")},
+         {"539 @ " + kNoPL + ": [Msg # 0x0061] Predictive failure: PD 0a(e0xfc/s3)" + kGuide},
+         "252:3", "Predictive failure/Warning"},
         {"a drive is pulled",
-         {pdEvent(112, 3, 1, "Removed: PD 0b(e0xfc/s3)")},
-         {"538 @ " + kNoPL + ": [Msg # 0x0070] Removed: PD 0b(e0xfc/s3)" + kGuide},
-         "252:3", "Offline/Critical"},
+         {pdEvent(112, 4, 1, "Removed: PD 0b(e0xfc/s4)")},
+         {"538 @ " + kNoPL + ": [Msg # 0x0070] Removed: PD 0b(e0xfc/s4)" + kGuide},
+         "252:4", "Offline/Critical"},
         {"a drive inserted where the library's cache knows one",
-         {pdEvent(91, 3, 0, "Inserted: PD 0b(e0xfc/s3)")},
-         {"540 @ " + kNoPL + ": [Msg # 0x005b] Inserted: PD 0b(e0xfc/s3)" + kGuide},
-         "252:3", "Offline/Critical"},
+         {pdEvent(91, 4, 0, "Inserted: PD 0b(e0xfc/s4)")},
+         {"540 @ " + kNoPL + ": [Msg # 0x005b] Inserted: PD 0b(e0xfc/s4)" + kGuide},
+         "252:4", "Offline/Critical"},
         {"a drive inserted that the cache doesn't know yet",
-         {pdEvent(91, 7, 0, "Inserted: PD 0f(e0xfc/s7)")}, {}, "252:7", "absent"},
-        {"an event for a slot with no drive", {pdEvent(112, 6, 1, "Removed: PD 0e(e0xfc/s6)")}, {}, "252:6",
+         {pdEvent(91, 8, 0, "Inserted: PD 0f(e0xfc/s8)")}, {}, "252:8", "absent"},
+        {"an event for a slot with no drive", {pdEvent(112, 7, 1, "Removed: PD 0e(e0xfc/s7)")}, {}, "252:7",
          "absent"},
     };
     for (const Case& c : cases) {
@@ -92,19 +92,19 @@ TEST_F(MegaRAIDEventsTest, DriveEventsReachTheRmc)
 TEST_F(MegaRAIDEventsTest, ACriticalOnACriticalDriveIsDropped)
 {
     controller()->setForwardAllCriticalOrHigherEvents(false);
-    EXPECT_EQ(deliver({pdEvent(87, 0, 2, "Error on PD 08(e0xfc/s0) (Error 02)"),
-                       pdEvent(87, 0, 3, "Error on PD 08(e0xfc/s0) (Error 03)")}),
-              std::vector<std::string>{"538 @ " + kNoPL + ": [Msg # 0x0057] Error on PD 08(e0xfc/s0) (Error 02)" +
+    EXPECT_EQ(deliver({pdEvent(87, 1, 2, "Error on PD 08(e0xfc/s1) (Error 02)"),
+                       pdEvent(87, 1, 3, "Error on PD 08(e0xfc/s1) (Error 03)")}),
+              std::vector<std::string>{"538 @ " + kNoPL + ": [Msg # 0x0057] Error on PD 08(e0xfc/s1) (Error 02)" +
                                        kGuide});
 }
 
 TEST_F(MegaRAIDEventsTest, ACriticalOnACriticalDriveIsForwardedWhenAskedFor)
 {
     controller()->setForwardAllCriticalOrHigherEvents(true);
-    EXPECT_EQ(deliver({pdEvent(87, 0, 2, "Error on PD 08(e0xfc/s0) (Error 02)"),
-                       pdEvent(87, 0, 3, "Error on PD 08(e0xfc/s0) (Error 03)")}),
-              (std::vector<std::string>{"538 @ " + kNoPL + ": [Msg # 0x0057] Error on PD 08(e0xfc/s0) (Error 02)" + kGuide,
-                                        "538 @ " + kNoPL + ": [Msg # 0x0057] Error on PD 08(e0xfc/s0) (Error 03)" + kGuide}));
+    EXPECT_EQ(deliver({pdEvent(87, 1, 2, "Error on PD 08(e0xfc/s1) (Error 02)"),
+                       pdEvent(87, 1, 3, "Error on PD 08(e0xfc/s1) (Error 03)")}),
+              (std::vector<std::string>{"538 @ " + kNoPL + ": [Msg # 0x0057] Error on PD 08(e0xfc/s1) (Error 02)" + kGuide,
+                                        "538 @ " + kNoPL + ": [Msg # 0x0057] Error on PD 08(e0xfc/s1) (Error 03)" + kGuide}));
 }
 
 // The edge cases of a consistency check's folding: exactly one event each,
@@ -191,21 +191,21 @@ TEST_F(MegaRAIDEventsTest, VolumeEvents)
 TEST_F(MegaRAIDEventsTest, EventsThatCanNotBeUsedAreDropped)
 {
     vekLogTail log(vekTestMainLogPath());
-    Json::Value badStatus = pdEvent(112, 0, 2, "Removed: PD 08(e0xfc/s0)");
+    Json::Value badStatus = pdEvent(112, 1, 2, "Removed: PD 08(e0xfc/s1)");
     badStatus["status"] = 1;
-    Json::Value noLocale = pdEvent(4242, 0, 2, "Something new");
+    Json::Value noLocale = pdEvent(4242, 1, 2, "Something new");
     noLocale["locale"] = 0;
-    Json::Value debugClass = pdEvent(112, 0, -2, "Removed: PD 08(e0xfc/s0)");
-    EXPECT_TRUE(deliver({badStatus, pdEvent(112, 0, 2, "Removed: PD 08(e0xfc/s0)", 99),
-                         pdEvent(4242, 0, 1, "An event of a code we don't know"), noLocale, debugClass})
+    Json::Value debugClass = pdEvent(112, 1, -2, "Removed: PD 08(e0xfc/s1)");
+    EXPECT_TRUE(deliver({badStatus, pdEvent(112, 1, 2, "Removed: PD 08(e0xfc/s1)", 99),
+                         pdEvent(4242, 1, 1, "An event of a code we don't know"), noLocale, debugClass})
                     .empty());
     EXPECT_TRUE(log.contains("Ignoring LSI MegaRAID PD-locale event argument type: [99]; Event code: [0x70]"));
     EXPECT_TRUE(log.contains("Disk slot information from AEN callback (-1:-1) not valid."));
-    EXPECT_EQ(driveState("252:0"), "Online/OK");
+    EXPECT_EQ(driveState("252:1"), "Online/OK");
 
     // The controller is on its way out when its event comes.
     controller()->markRemoved();
-    Json::Value late = pdEvent(112, 0, 2, "Removed: PD 08(e0xfc/s0)");
+    Json::Value late = pdEvent(112, 1, 2, "Removed: PD 08(e0xfc/s1)");
     late["seq"] = ++sequence;
     late["ctrl"] = 0;
     scenario["events"].append(late);
@@ -213,7 +213,7 @@ TEST_F(MegaRAIDEventsTest, EventsThatCanNotBeUsedAreDropped)
     EXPECT_TRUE(vekEventually(
         [&] { return log.contains("MegaRAID [SKC4012345]: Event (0x70) for a controller being removed is dropped."); }));
     controller()->clearRemoved();
-    EXPECT_EQ(driveState("252:0"), "Online/OK");
+    EXPECT_EQ(driveState("252:1"), "Online/OK");
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include <string>
 #include <vector>
 
@@ -118,7 +120,9 @@ TEST_F(MegaRAIDStoreLibTest, TheCacheHoldsTheRackServersControllerDrivesAndVolum
     EXPECT_EQ(pds[0].mediaType, "HDD");
     EXPECT_EQ(pds[0].capacityBytes, 2344225968ULL * 512);
     EXPECT_EQ(pds[0].enclosure, 252);
-    EXPECT_EQ(pds[0].slot, 0);
+    EXPECT_EQ(pds[0].slot, 1);
+    EXPECT_EQ(pds[0].connectorNames, std::vector<std::string>{"C0.0"});
+    EXPECT_EQ(pds[3].connectorNames, std::vector<std::string>{"C0.1"});
     EXPECT_EQ(pds[3].protocol, "SATA");
     EXPECT_EQ(pds[3].mediaType, "SSD");
     EXPECT_EQ(pds[3].health, 1);
@@ -180,6 +184,53 @@ TEST_F(MegaRAIDStoreLibTest, LibraryFaultsLeaveTheRestOfTheCache)
     EXPECT_TRUE(lib.getPDInventoryForCtrl(2).empty());
 }
 
+// The connectors a drive hangs on, through its ports and the controller's
+// PHYs or lanes; a drive whose connectors can't be told keeps none, and says why.
+TEST_F(MegaRAIDStoreLibTest, ConnectorNamesOfADriveFollowItsPortsToTheConnectors)
+{
+    const Json::Value lanes = vekRecordingChannel::parse(
+        R"([{"port": 4, "connector": 2, "count": 4}, {"count": 4}, {"port": 5, "connector": 3, "count": 4}])");
+    struct Case {
+        const char* name;
+        std::function<void(Json::Value& ctrl, Json::Value& drive)> change;
+        std::vector<std::string> names;
+        const char* told;
+    } cases[] = {
+        {"a SAS drive on port 0", [](Json::Value&, Json::Value&) {}, {"C0.0"}, nullptr},
+        {"a SATA drive on port 3", [&](Json::Value& ctrl, Json::Value& drive) { drive["interface"] = "SATA"; drive["port"] = 3; }, {"C1.1"}, nullptr},
+        {"a dual-ported drive", [&](Json::Value& ctrl, Json::Value& drive) { drive.removeMember("port"); drive["ports"] = vekRecordingChannel::parse("[0, 1]"); },
+         {"C0.0", "C0.1"}, nullptr},
+        {"an NVMe drive on lanes", [&](Json::Value& ctrl, Json::Value& drive) { drive["interface"] = "NVMe"; drive["port"] = 5; ctrl["lanes"] = lanes; },
+         {"C1.1"}, nullptr},
+        {"a port that no valid PHY leads from", [&](Json::Value& ctrl, Json::Value& drive) { drive["port"] = 9; }, {}, nullptr},
+        {"a drive without a SAS address", [&](Json::Value& ctrl, Json::Value& drive) { drive.removeMember("port"); }, {}, "has no SAS address"},
+        {"a controller that counts no PHYs", [&](Json::Value& ctrl, Json::Value& drive) { ctrl.removeMember("phys"); }, {},
+         "Unable to determine connector names for drive (Device ID: [8]), since the # of PHYs supported by the "
+         "controller (ID: [0]) cannot be determined!"},
+        {"a drive of an unknown interface", [&](Json::Value& ctrl, Json::Value& drive) { drive["interface"] = "FC"; }, {},
+         "Controller ID [0]; PD Device ID [8]: Unrecognized drive interface type [0]!"},
+        {"a controller that refuses the DCMDs", [&](Json::Value& ctrl, Json::Value& drive) { ctrl["fail"].append("dcmd"); }, {},
+         "ProcessLibCommandCall failed on controller (ID: [0]) when retrieving SAS PHY connections! (0x8002)"},
+    };
+    ASSERT_TRUE(lib.vekStoreInit());
+    lib.cacheBuild("All");
+    const Json::Value original = scenario;
+    for (const Case& c : cases) {
+        scenario = original;
+        c.change(scenario["controllers"][0], scenario["controllers"][0]["drives"][0]);
+        writeScenario();
+        vekLogTail log(vekTestMainLogPath());
+        lib.cacheBuild("PD_EVENT");
+        const std::vector<PD_INFO> pds = lib.getPDInventoryForCtrl(0);
+        ASSERT_EQ(pds.size(), 4u) << c.name;
+        EXPECT_EQ(pds[0].serialNumber, "WFK0A1B20000C9270ABC") << c.name;
+        EXPECT_EQ(pds[0].connectorNames, c.names) << c.name;
+        if (c.told != nullptr) {
+            EXPECT_TRUE(log.contains(c.told)) << c.name << ": " << log.newText();
+        }
+    }
+}
+
 // A PD list longer than the first buffer is asked again with room for all,
 // and never read past what the library filled.
 TEST_F(MegaRAIDStoreLibTest, APDListLongerThanTheCallersBufferIsReadWhole)
@@ -189,7 +240,7 @@ TEST_F(MegaRAIDStoreLibTest, APDListLongerThanTheCallersBufferIsReadWhole)
     ASSERT_EQ(lib.GetPDListFunc(0, drives, 1), SL_SUCCESS);
     ASSERT_EQ(drives.size(), 4u);
     EXPECT_EQ(drives[3].deviceId, 11);
-    EXPECT_EQ(drives[3].slotNumber, 3);
+    EXPECT_EQ(drives[3].slotNumber, 4);
     EXPECT_EQ(lib.GetPDListFunc(7, drives), SL_ERR_INVALID_CTRL);
     EXPECT_TRUE(drives.empty());
 }

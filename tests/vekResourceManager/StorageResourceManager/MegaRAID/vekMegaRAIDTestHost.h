@@ -22,12 +22,13 @@ class vekMegaRAIDTest : public vekRootTest {
 protected:
     void SetUp() override
     {
-        std::ifstream in(std::string(VEK_SOURCE_DIR) + "/testtools/storelib/scenarios/rack-type4.json");
-        std::stringstream text;
-        text << in.rdbuf();
-        scenario = vekRecordingChannel::parse(text.str());
+        scenario = vekRecordingChannel::parse(vekBundledProfileFile("sim/libstorelib.json"));
         ASSERT_EQ(scenario["controllers"].size(), 1u) << "the rack server's scenario is unreadable";
         writeScenario();
+        // The controller's UBM backplane, as the rack server has it.
+        for (const char* file : {"/sim/libscrutiny.json", "/sim/ubm/box1.fru", "/sim/ubm/box2.fru"}) {
+            root.writeFile(file, vekBundledProfileFile(std::string("sim") + (file + 4)));
+        }
     }
 
     // The library reads the file at each call, from its own thread too:
@@ -45,6 +46,7 @@ protected:
         controllers.clear();
         drives.clear();
         volumes.clear();
+        enclosures.clear();
         std::vector<IvekStorageController*> list;
         ASSERT_GE(vekMegaRAIDControllerFactory::getInstance().discoverControllers(list), 0);
         for (IvekStorageController* controller : list) {
@@ -60,6 +62,7 @@ protected:
                     if (controller->discoverLogicalDiskInventory(lds) >= 0) {
                         volumes.insert(volumes.end(), lds.begin(), lds.end());
                         if (controller->discoverStorageEnclosureInventory(enclosures) >= 0) {
+                            this->enclosures.insert(this->enclosures.end(), enclosures.begin(), enclosures.end());
                             controller->enableEvents();
                         }
                     }
@@ -145,5 +148,6 @@ protected:
     std::vector<vekStorageControllerInfo> controllers;
     std::vector<vekDiskInfo> drives;
     std::vector<vekLogicalDiskInfo> volumes;
+    std::vector<vekStorageEnclosureInfo> enclosures;
     unsigned sequence = 0;
 };

@@ -32,8 +32,10 @@ protected:
         // Ten-second polls in a tenth of a second.
         setenv("VEK_TIME_SCALE", "100", 1);
         ASSERT_EQ(system(("cp -r '" + profile + "/.' '" + root.path() + "'").c_str()), 0);
-        // The HBA alone: without its scenario the SmartRAID libraries see no controller.
+        // The HBA alone: without their scenarios the SmartRAID and MegaRAID
+        // libraries see no controller.
         std::remove(root.hostPath("/sim/libstoragecore.json").c_str());
+        std::remove(root.hostPath("/sim/libstorelib.json").c_str());
         disks.reset(new vekDiskEmulator(root.path()));
         events.reset(new vekStorageEventsHost(root, false));
         job = std::thread([this] { sas.init(events->services()); });

@@ -16,6 +16,8 @@ struct vekPCIeInventoryTexts {
     const char* section;
     // The short family name, e.g. "NIC".
     const char* family;
+    // What ends the store's sentences: "" for most families, "." for GPUs.
+    const char* end = "";
 };
 
 // The records of the last build of one adapter family, where the event path
@@ -32,28 +34,28 @@ public:
     void saveInventory(std::vector<Record> inventory)
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        VEK_LOG_DEBUG(texts_.tag, "Save the %s inventory", texts_.section);
+        VEK_LOG_DEBUG(texts_.tag, "Save the %s inventory%s", texts_.section, texts_.end);
         saved_ = std::move(inventory);
     }
 
     void getInventory(std::vector<Record>& inventory)
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        VEK_LOG_DEBUG(texts_.tag, "Fetch the updated %s inventory", texts_.section);
+        VEK_LOG_DEBUG(texts_.tag, "Fetch the updated %s inventory%s", texts_.section, texts_.end);
         inventory = saved_;
     }
 
     void backupInventory()
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        VEK_LOG_DEBUG(texts_.tag, "Taking a backup of %s inventory", texts_.section);
+        VEK_LOG_DEBUG(texts_.tag, "Taking a backup of %s inventory%s", texts_.section, texts_.end);
         backup_ = saved_;
     }
 
     void getBackupInventory(std::vector<Record>& inventory)
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        VEK_LOG_DEBUG(texts_.tag, "Fetch the backup copy of %s inventory", texts_.section);
+        VEK_LOG_DEBUG(texts_.tag, "Fetch the backup copy of %s inventory%s", texts_.section, texts_.end);
         inventory = backup_;
     }
 

@@ -831,12 +831,27 @@ TEST_F(VekdTest, TestEventsOfEachFamilyReachTheRmcThroughTheClient)
     start();
     vekRmcEmulator::Command inventory;
     ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
+    // The NVMe manager names its devices once its first build is in.
+    ASSERT_TRUE(vekEventually(
+        [&] {
+            for (const auto& command : rmc_->spooledCommands()) {
+                if (command.name == "WriteInventory" &&
+                    command.payload.find("\"Protocol\":\"NVMe\"") != std::string::npos) {
+                    return true;
+                }
+            }
+            return false;
+        },
+        std::chrono::seconds(60)))
+        << mainLog();
     const struct {
         const char* resource;
         int id;
         const char* details;
     } families[] = {
-        {"1", 436, ""}, {"2", 1337, ""}, {"3", 1384, "vmnic0"}, {"4", 386, "vmhba2"}, {"5", 538, "3B0103010101FF04"},
+        {"1", 436, ""},     {"2", 1337, ""},
+        {"3", 1384, "vmnic0"}, {"4", 386, "vmhba2"},
+        {"5", 538, "3B0103010101FF04"}, {"6", 837, "vmhba7"},
     };
     auto sent = [&](int id) {
         for (const auto& command : rmc_->spooledCommands()) {

@@ -4,6 +4,7 @@
 #include "HostResourceManager/HostResourceManager.h"
 #include "IELEvent.h"
 #include "NICResourceManager/NICResourceManager.h"
+#include "NVMeResourceManager/NVMeResourceManager.h"
 #include "SASResourceManager.h"
 #include "vekConfig.h"
 #include "vekEvent.h"
@@ -341,9 +342,8 @@ bool vekServer::generateTestEvent(int eventId, int resource, const std::string& 
         case 5:
             generated = SASResourceManager::getInstance().generateTestEvent(eventId, details, false);
             break;
-        case 6:  // NVMeResourceManager::generateTestEvent(eventId, details, 0)
-            // The NVMe manager is not part of the service yet: until it is,
-            // no event can be made for it and the client hears so.
+        case 6:
+            generated = NVMeResourceManager::getInstance().generateTestEvent(eventId, details, false);
             break;
         case 7:
             return true;

@@ -101,7 +101,7 @@ vekGPUInventoryManager& vekGPUInventoryManager::getInstance()
 }
 
 vekGPUInventoryManager::vekGPUInventoryManager()
-    : vekPCIeInventoryStore({TAG, "GPU", "GPU"}, [](const GPUInfo& record) { return record.getInterfaceName(); })
+    : vekPCIeInventoryStore({TAG, "GPU", "GPU", "."}, [](const GPUInfo& record) { return record.getInterfaceName(); })
 {
 }
 

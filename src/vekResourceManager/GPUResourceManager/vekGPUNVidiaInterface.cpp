@@ -171,7 +171,8 @@ void vekGPUNVidiaInterface::getDeviceName(nvmlDevice_t device, std::string& name
     if (result != NVML_SUCCESS) {
         throw vekGPUExceptions::NvmlAPICallFailed("Unable to fetch Device Name. Error: [" + errorText(result) + "].");
     }
-    name = text;
+    // Never past the buffer, whether or not the library ended its text.
+    name.assign(text, strnlen(text, sizeof text));
     VEK_LOG_DEBUG(TAG, "Device Name from NVML Library: [%s].", name.c_str());
 }
 
@@ -183,7 +184,7 @@ void vekGPUNVidiaInterface::getSerialNumber(nvmlDevice_t device, std::string& se
         throw vekGPUExceptions::NvmlAPICallFailed("Unable to fetch the Serial Number. Error: [" + errorText(result) +
                                                   "].");
     }
-    serial = text;
+    serial.assign(text, strnlen(text, sizeof text));
     VEK_LOG_DEBUG(TAG, "Serial Number: [%s].", serial.c_str());
 }
 

@@ -6,8 +6,6 @@
 #include "vekGlobalDef.h"
 #include "vekLog.h"
 #include "vekStorageController.h"
-#include "vekSubjectShutdownNotifier.h"
-#include "vekSubjectShutdownObserver.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -108,37 +106,8 @@ vekStorageControllerFactory::~vekStorageControllerFactory() = default;
 bool vekStorageControllerFactory::initialize(vekOSInterface* osInterface, ISubject* shutdownSubject)
 {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    if (initialized_) {
-        VEK_LOG_DEBUG(TAG, "Factory[%p]: Already initialized.", static_cast<void*>(this));
-        return true;
-    }
-    osInterface_ = osInterface;
-    initialized_ = true;
-    if (shutdownSubject == nullptr) {
-        VEK_LOG_DEBUG(TAG, "Factory[%p]: No shutdown subject specified during initialization process.",
-                      static_cast<void*>(this));
-        return true;
-    }
-    auto* notifier = dynamic_cast<vekSubjectShutdownNotifier*>(shutdownSubject);
-    if (notifier != nullptr && notifier->isSubjectShutdownInitiated()) {
-        VEK_LOG_DEBUG(TAG, "Subject shutdown has already started. Hence, initialization will be skipped.");
-        return true;
-    }
-    shutdownObserver_.reset(new vekSubjectShutdownObserver("vekStorageControllerFactory"));
-    const vekObservableStatus status = shutdownSubject->attach(shutdownObserver_.get(), VEK_OBSERVABLE_ASPECT_SHUTDOWN);
-    if (status != VEK_OBSERVABLE_STATUS_SUCCESS) {
-        VEK_LOG_WARNING(TAG, "Factory[%p]: Registration with shutdown subject failed (status: %d).",
-                        static_cast<void*>(this), status);
-    } else {
-        VEK_LOG_DEBUG(TAG, "Factory[%p]: Successfully registered to receive subject shutdown notification.",
-                      static_cast<void*>(this));
-    }
+    init_.initialize(TAG, this, "vekStorageControllerFactory", osInterface, shutdownSubject);
     return true;
-}
-
-bool vekStorageControllerFactory::shutdownDetected()
-{
-    return shutdownObserver_ && shutdownObserver_->isSubjectShutdownInitiated();
 }
 
 int vekStorageControllerFactory::findHostCard(SysFs& sysfs, const std::string& hostPath, HostCard& card)
@@ -182,7 +151,7 @@ IvekStorageController* vekStorageControllerFactory::claim(const std::string& hos
         if (metadata.claimDevice == nullptr) {
             continue;
         }
-        status = metadata.claimDevice(card.chipsetID, card.boardID, card.pciLocation, firstPass_, osInterface_,
+        status = metadata.claimDevice(card.chipsetID, card.boardID, card.pciLocation, firstPass_, init_.osInterface(),
                                       &controller);
         if (controller != nullptr) {
             break;
@@ -190,7 +159,7 @@ IvekStorageController* vekStorageControllerFactory::claim(const std::string& hos
     }
     if (controller == nullptr) {
         status = vekStorageController::claimDevice(card.chipsetID, card.boardID, card.pciLocation, firstPass_,
-                                                   osInterface_, &controller);
+                                                   init_.osInterface(), &controller);
     }
     if (controller == nullptr) {
         VEK_LOG_DEBUG(TAG, "Skipping port %s [0x%X, 0x%X %s] - Claim status: [%d]; Device object: [%p]",
@@ -237,7 +206,7 @@ int vekStorageControllerFactory::discoverControllers(std::vector<IvekStorageCont
                           card.chipsetID, card.boardID);
             continue;
         }
-        if (shutdownDetected()) {
+        if (init_.shutdownDetected()) {
             VEK_LOG_DEBUG(TAG, "Subject shutdown detected during controller discovery.");
             stopped = true;
             break;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "IvekStorageControllerFactory.h"
+#include "vekStorageFactoryInit.h"
 
 #include <sys/stat.h>
 
@@ -10,7 +11,6 @@
 #include <vector>
 
 class SysFs;
-class vekSubjectShutdownObserver;
 
 // The factory of the adapters seen through sysfs: every SCSI host whose PCI
 // function is a model of the table and not served by another factory.
@@ -48,7 +48,6 @@ private:
     // stood takes the old object's place, history and all.
     void reconcile(const std::vector<IvekStorageController*>& seen,
                    const std::vector<IvekStorageController*>& created);
-    bool shutdownDetected();
 
     std::vector<IvekStorageController*> controllers_;
     // Removed controllers, kept (with the list's reference) for their return.
@@ -56,8 +55,6 @@ private:
     std::recursive_mutex mutex_;
     struct stat hostStat_ {};
     struct stat deviceStat_ {};
-    std::unique_ptr<vekSubjectShutdownObserver> shutdownObserver_;
-    vekOSInterface* osInterface_ = nullptr;
-    bool initialized_ = false;
+    vekStorageFactoryInit init_;
     bool firstPass_ = true;
 };

@@ -3,7 +3,6 @@
 #include "vekConfig.h"
 #include "vekLog.h"
 #include "vekSmartRAIDController.h"
-#include "vekSubjectShutdownObserver.h"
 
 #include <algorithm>
 
@@ -48,15 +47,7 @@ vekSmartRAIDControllerFactory::~vekSmartRAIDControllerFactory() = default;
 bool vekSmartRAIDControllerFactory::initialize(vekOSInterface* osInterface, ISubject* shutdownSubject)
 {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    if (initialized_) {
-        return true;
-    }
-    osInterface_ = osInterface;
-    initialized_ = true;
-    if (shutdownSubject != nullptr) {
-        shutdownObserver_.reset(new vekSubjectShutdownObserver("vekSmartRAIDControllerFactory"));
-        shutdownSubject->attach(shutdownObserver_.get(), VEK_OBSERVABLE_ASPECT_SHUTDOWN);
-    }
+    init_.initialize(TAG, this, "vekSmartRAIDControllerFactory", osInterface, shutdownSubject);
     return true;
 }
 
@@ -84,7 +75,7 @@ int vekSmartRAIDControllerFactory::discoverControllers(std::vector<IvekStorageCo
         if (!vekSmartRAIDController::formatPciLocation(metadata->pciLocation, location)) {
             continue;
         }
-        if (shutdownObserver_ && shutdownObserver_->isSubjectShutdownInitiated()) {
+        if (init_.shutdownDetected()) {
             VEK_LOG_INFO(TAG, "Subject shutdown detected during controller discovery.");
             break;
         }
@@ -100,7 +91,7 @@ int vekSmartRAIDControllerFactory::discoverControllers(std::vector<IvekStorageCo
             existing->setDeviceDetected(true);
             continue;
         }
-        auto* created = new vekSmartRAIDController(metadata, firstPass_, osInterface_);
+        auto* created = new vekSmartRAIDController(metadata, firstPass_, init_.osInterface());
         created->setDeviceDetected(true);
         VEK_LOG_INFO(TAG, "SmartRAID controller @ [%s] managed by device object: [%p]", location.c_str(),
                      static_cast<void*>(created));

@@ -2,6 +2,7 @@
 
 #include "IvekStorageControllerFactory.h"
 #include "vekStorageCoreInterface.h"
+#include "vekStorageFactoryInit.h"
 
 #include <cstdint>
 #include <memory>
@@ -58,9 +59,7 @@ private:
 
     std::vector<vekSmartRAIDController*> controllers_;
     std::recursive_mutex mutex_;
-    std::unique_ptr<vekSubjectShutdownObserver> shutdownObserver_;
-    vekOSInterface* osInterface_ = nullptr;
-    bool initialized_ = false;
+    vekStorageFactoryInit init_;
     bool firstPass_ = true;
     std::shared_ptr<const vekConfig> config_;
 };

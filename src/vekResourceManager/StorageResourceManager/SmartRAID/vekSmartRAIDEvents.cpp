@@ -119,11 +119,16 @@ std::string vekSmartRAIDController::formatEventInfoString(const SA_CONTROLLER_EV
     return stringUtils::trim(std::string(event.message, strnlen(event.message, sizeof event.message)));
 }
 
-void vekSmartRAIDController::eventHandler(PCDA cda, const SA_CONTROLLER_EVENT* event)
+void vekSmartRAIDController::eventHandler(PCDA cda, const SA_CONTROLLER_EVENT* received)
 {
-    if (event == nullptr) {
+    if (received == nullptr) {
         return;
     }
+    // The library's text need not end inside its field: every use below
+    // reads this copy, whose last byte ends it.
+    SA_CONTROLLER_EVENT copy = *received;
+    copy.message[sizeof copy.message - 1] = '\0';
+    const SA_CONTROLLER_EVENT* const event = &copy;
     VEK_LOG_DEBUG(TAG, "Event 0x%016" PRIx64 ": tag %u, CC=%u, SCC=%u, DC=%u, %04u-%02u-%02u (%u), [%.256s]",
                   event->eventID, event->tag, event->classCode, event->subclassCode, event->detailCode, event->year,
                   event->month, event->day, event->secondsSinceMidnight, event->message);

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <regex>
@@ -116,20 +117,45 @@ protected:
         return values;
     }
 
+    // Waits as long as the slowest family of the rack server may take to
+    // answer on a loaded machine.
+    static bool eventually(const std::function<bool()>& condition)
+    {
+        return vekEventually(condition, std::chrono::seconds(60));
+    }
+
+    static Json::Value parse(const std::string& text)
+    {
+        Json::Value value;
+        std::istringstream in(text);
+        Json::parseFromStream(Json::CharReaderBuilder(), in, &value, nullptr);
+        return value;
+    }
+
+    // The commands of that name in the emulated RMC's spool, parsed, oldest first.
+    std::vector<Json::Value> spooled(const std::string& name) const
+    {
+        std::vector<Json::Value> found;
+        for (const auto& command : rmc_->spooledCommands()) {
+            if (command.name == name) {
+                found.push_back(parse(command.payload));
+            }
+        }
+        return found;
+    }
+
     // Waits for a command in the emulated RMC's spool.
     bool waitForCommand(const std::string& name, vekRmcEmulator::Command& found)
     {
-        return vekEventually(
-            [&] {
-                for (const auto& command : rmc_->spooledCommands()) {
-                    if (command.name == name) {
-                        found = command;
-                        return true;
-                    }
+        return eventually([&] {
+            for (const auto& command : rmc_->spooledCommands()) {
+                if (command.name == name) {
+                    found = command;
+                    return true;
                 }
-                return false;
-            },
-            std::chrono::seconds(60));
+            }
+            return false;
+        });
     }
 
     // Waits for an inventory document that holds the top-level section of
@@ -137,22 +163,95 @@ protected:
     // late manager's own push follows.
     bool waitForInventoryWith(const std::string& key, Json::Value& document)
     {
-        return vekEventually(
-            [&] {
-                for (const auto& command : rmc_->spooledCommands()) {
-                    Json::Value parsed;
-                    std::istringstream in(command.payload);
-                    std::string errors;
-                    if (command.name == "WriteInventory" &&
-                        Json::parseFromStream(Json::CharReaderBuilder(), in, &parsed, &errors) &&
-                        parsed["HostDataCollection"].isMember(key)) {
-                        document = parsed;
-                        return true;
-                    }
+        return eventually([&] {
+            for (const Json::Value& parsed : spooled("WriteInventory")) {
+                if (parsed["HostDataCollection"].isMember(key)) {
+                    document = parsed;
+                    return true;
                 }
-                return false;
-            },
-            std::chrono::seconds(60));
+            }
+            return false;
+        });
+    }
+
+    // The "HostDataCollection" of the newest inventory the condition holds
+    // for; null when none does.
+    Json::Value latestInventory(const std::function<bool(const Json::Value&)>& holds) const
+    {
+        Json::Value latest;
+        for (const Json::Value& document : spooled("WriteInventory")) {
+            if (holds(document["HostDataCollection"])) {
+                latest = document["HostDataCollection"];
+            }
+        }
+        return latest;
+    }
+
+    // The newest inventory with storage sections.
+    Json::Value latestStorage() const
+    {
+        return latestInventory([](const Json::Value& collection) { return collection.isMember("Drives"); });
+    }
+
+    // The events of that number the RMC received, oldest first, that the
+    // condition holds for.
+    std::vector<Json::Value> eventsOf(int id, const std::function<bool(const Json::Value&)>& holds = nullptr) const
+    {
+        std::vector<Json::Value> found;
+        for (const Json::Value& event : spooled("MPEventGen")) {
+            if (event["ID"].asInt() == id && (!holds || holds(event))) {
+                found.push_back(event);
+            }
+        }
+        return found;
+    }
+
+    // The "Data" of the first record of the section whose Data holds the
+    // value at the key; null when none.
+    static Json::Value findRecord(const Json::Value& section, const std::string& key, const std::string& value)
+    {
+        for (const Json::Value& record : section) {
+            if (record["Data"][key].asString() == value) {
+                return record["Data"];
+            }
+        }
+        return Json::Value();
+    }
+
+    // The "Data" of the records of the section by their serial numbers.
+    static std::map<std::string, Json::Value> bySerial(const Json::Value& section)
+    {
+        std::map<std::string, Json::Value> records;
+        for (const Json::Value& record : section) {
+            records[record["Data"]["SerialNumber"].asString()] = record["Data"];
+        }
+        return records;
+    }
+
+    // A PL the RMC can place: sixteen hex digits, not the all-F of "unknown".
+    static void expectPlaced(const Json::Value& data)
+    {
+        const std::string pl = data["Oem"]["PhysicalLocation"].asString();
+        EXPECT_TRUE(std::regex_match(pl, std::regex("[0-9A-F]{16}"))) << data;
+        EXPECT_NE(pl, "FFFFFFFFFFFFFFFF") << data;
+    }
+
+    // An inventory every ten minutes of the host's time (0.6 s here), so the
+    // next one comes soon after a change.
+    void pushInventoryOften()
+    {
+        const std::string config = host_ + "/opt/zolvek/vital/vek.conf";
+        std::string text = readAll(config);
+        text.insert(text.find('{') + 1, "\n  \"PushInventoryFrequencyInMinutes\": 10,");
+        std::ofstream(config, std::ios::trunc) << text;
+    }
+
+    // Writes the file whole and renames it into place, as the simulated
+    // host's readers may read it at any moment.
+    static void replaceFile(const std::string& path, const std::string& text)
+    {
+        std::ofstream(path + ".new", std::ios::trunc) << text;
+        ASSERT_EQ(std::rename((path + ".new").c_str(), path.c_str()), 0) << path;
     }
 
     std::unique_ptr<vekRmcEmulator> rmc_;
@@ -295,7 +394,6 @@ TEST_F(VekdTest, BootDecisionFollowsHowTheLastRunEnded)
 // it back; the RMC hears of each once, in order, and nothing more.
 TEST_F(VekdTest, PortDownAndBackReachTheRmcOnceEach)
 {
-    vekLogTail tail(mainLogPath());
     start();
     vekRmcEmulator::Command inventory;
     ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
@@ -304,18 +402,10 @@ TEST_F(VekdTest, PortDownAndBackReachTheRmcOnceEach)
     const std::string upRow = "vmnic0  0000:16:00.0  icen     Up            Up            25000";
     const std::string downRow = "vmnic0  0000:16:00.0  icen     Up            Down              0";
     ASSERT_NE(up.find(upRow), std::string::npos);
-    auto write = [&](const std::string& text) { std::ofstream(list, std::ios::trunc) << text; };
     auto events = [&] {
         std::vector<int> ids;
-        for (const auto& command : rmc_->spooledCommands()) {
-            if (command.name == "MPEventGen") {
-                Json::Value event;
-                std::istringstream in(command.payload);
-                std::string errors;
-                if (Json::parseFromStream(Json::CharReaderBuilder(), in, &event, &errors)) {
-                    ids.push_back(event["ID"].asInt());
-                }
-            }
+        for (const Json::Value& event : spooled("MPEventGen")) {
+            ids.push_back(event["ID"].asInt());
         }
         return ids;
     };
@@ -326,9 +416,9 @@ TEST_F(VekdTest, PortDownAndBackReachTheRmcOnceEach)
 
     std::string down = up;
     down.replace(down.find(upRow), upRow.size(), downRow);
-    write(down);
+    std::ofstream(list, std::ios::trunc) << down;
     EXPECT_EQ(waitForEvents(1), std::vector<int>{1384});
-    write(up);
+    std::ofstream(list, std::ios::trunc) << up;
     EXPECT_EQ(waitForEvents(2), (std::vector<int>{1384, 1390}));
     // Several more poll periods: nothing else.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -342,37 +432,13 @@ TEST_F(VekdTest, PortDownAndBackReachTheRmcOnceEach)
 // telling the same.
 TEST_F(VekdTest, FailingDiskReachesTheRmcAsEventAndInInventory)
 {
-    // An inventory every ten minutes of the host's time (0.6 s here), so the
-    // next one comes soon after the failure.
-    const std::string config = host_ + "/opt/zolvek/vital/vek.conf";
-    std::string text = readAll(config);
-    text.insert(text.find('{') + 1, "\n  \"PushInventoryFrequencyInMinutes\": 10,");
-    std::ofstream(config, std::ios::trunc) << text;
+    pushInventoryOften();
     vekDiskEmulator disks(host_);
     start();
-    auto parse = [](const std::string& text) {
-        Json::Value value;
-        std::istringstream in(text);
-        Json::parseFromStream(Json::CharReaderBuilder(), in, &value, nullptr);
-        return value;
-    };
-    // The storage sections of the newest inventory, once it has them.
-    auto latestStorage = [&] {
-        Json::Value storage;
-        for (const auto& command : rmc_->spooledCommands()) {
-            const Json::Value collection = parse(command.payload)["HostDataCollection"];
-            if (command.name == "WriteInventory" && collection.isMember("Drives")) {
-                storage = collection;
-            }
-        }
-        return storage;
-    };
     // Six drives behind the HBA in slot 4, five behind the SmartRAID
     // controller in slot 10, two on the chipset's SATA controller, four
     // behind the MegaRAID controller in slot 2.
-    ASSERT_TRUE(vekEventually([&] { return latestStorage()["Drives"].size() == 6 + 5 + 2 + 4; },
-                              std::chrono::seconds(60)))
-        << mainLog();
+    ASSERT_TRUE(eventually([&] { return latestStorage()["Drives"].size() == 6 + 5 + 2 + 4; })) << mainLog();
     const Json::Value first = latestStorage();
     ASSERT_EQ(first["StorageControllers"].size(), 4u);
     Json::Value hba;
@@ -395,31 +461,23 @@ TEST_F(VekdTest, FailingDiskReachesTheRmcAsEventAndInInventory)
     const std::string serial = "WBN2A7Q40000K9280ZYX"; // d0, the SAS HDD of bay 1
     const std::string failed = "Failed to read Informational Exceptions log page from disk drive.";
     disks.set("d0", {"health=failed"});
-    auto eventFor = [&](int id) {
-        for (const auto& command : rmc_->spooledCommands()) {
-            const Json::Value event = parse(command.payload);
-            if (command.name == "MPEventGen" && event["ID"].asInt() == id &&
-                event["VariableData"]["Data"]["SerialNumber"].asString() == serial) {
-                return event;
+    auto failures = [&] {
+        return eventsOf(538, [&](const Json::Value& event) {
+            return event["VariableData"]["Data"]["SerialNumber"].asString() == serial;
+        });
+    };
+    ASSERT_TRUE(eventually([&] { return !failures().empty(); })) << mainLog();
+    EXPECT_EQ(failures()[0]["VariableData"]["EventInfo"].asString(), failed);
+    EXPECT_EQ(failures()[0]["PhysicalLocation"].asString(), "3B0103010101FF04");
+    EXPECT_TRUE(eventually([&] {
+        const Json::Value storage = latestStorage();
+        for (const Json::Value& drive : storage["Drives"]) {
+            if (drive["Data"]["SerialNumber"].asString() == serial) {
+                return drive["EventInfo"].asString() == failed;
             }
         }
-        return Json::Value();
-    };
-    ASSERT_TRUE(vekEventually([&] { return !eventFor(538).isNull(); }, std::chrono::seconds(60))) << mainLog();
-    EXPECT_EQ(eventFor(538)["VariableData"]["EventInfo"].asString(), failed);
-    EXPECT_EQ(eventFor(538)["PhysicalLocation"].asString(), "3B0103010101FF04");
-    EXPECT_TRUE(vekEventually(
-        [&] {
-            const Json::Value storage = latestStorage();
-            for (const Json::Value& drive : storage["Drives"]) {
-                if (drive["Data"]["SerialNumber"].asString() == serial) {
-                    return drive["EventInfo"].asString() == failed;
-                }
-            }
-            return false;
-        },
-        std::chrono::seconds(60)))
-        << "the last drives: " << latestStorage()["Drives"];
+        return false;
+    })) << "the last drives: " << latestStorage()["Drives"];
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 
@@ -545,59 +603,27 @@ TEST_F(VekdTest, GPUsReachTheRmcAsProcessors)
 TEST_F(VekdTest, MegaRAIDControllerReachesTheRmcAndAConsistencyCheckEndsInOneEvent)
 {
     const std::string scenarioFile = host_ + "/sim/libstorelib.json";
-    Json::Value scenario;
-    {
-        std::ifstream in(scenarioFile);
-        ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &scenario, nullptr));
-    }
-    auto writeScenario = [&] {
-        std::ofstream(scenarioFile + ".new", std::ios::trunc) << Json::writeString(Json::StreamWriterBuilder(), scenario);
-        ASSERT_EQ(std::rename((scenarioFile + ".new").c_str(), scenarioFile.c_str()), 0);
-    };
-    writeScenario();
+    Json::Value scenario = parse(readAll(scenarioFile));
+    ASSERT_TRUE(scenario.isObject());
     start();
-    auto parse = [](const std::string& text) {
-        Json::Value value;
-        std::istringstream in(text);
-        Json::parseFromStream(Json::CharReaderBuilder(), in, &value, nullptr);
-        return value;
+    auto holdsController = [](const Json::Value& collection) {
+        return !findRecord(collection["StorageControllers"], "SerialNumber", "SKC4012345").isNull();
     };
-    auto megaraid = [&] {
-        for (const auto& command : rmc_->spooledCommands()) {
-            const Json::Value collection = parse(command.payload)["HostDataCollection"];
-            for (const Json::Value& controller : collection["StorageControllers"]) {
-                if (command.name == "WriteInventory" && controller["Data"]["SerialNumber"] == "SKC4012345") {
-                    return collection;
-                }
-            }
-        }
-        return Json::Value();
-    };
-    ASSERT_TRUE(vekEventually([&] { return !megaraid().isNull(); }, std::chrono::seconds(60))) << mainLog();
-    const Json::Value storage = megaraid();
-    for (const Json::Value& controller : storage["StorageControllers"]) {
-        if (controller["Data"]["SerialNumber"] == "SKC4012345") {
-            EXPECT_EQ(controller["Data"]["Model"].asString(), "MegaRAID 9560-16i");
-            EXPECT_EQ(controller["Data"]["FirmwareVersion"].asString(), "5.220.02-3691");
-            EXPECT_EQ(controller["Data"]["Oem"]["Description"].asString(), "PCI 0000:3b:00.0 r001u03p1i02");
-            const std::string pl = controller["Data"]["Oem"]["PhysicalLocation"].asString();
-            EXPECT_EQ(pl.size(), 16u) << pl;
-            EXPECT_NE(pl, "FFFFFFFFFFFFFFFF");
-        }
-    }
+    ASSERT_TRUE(eventually([&] { return !latestInventory(holdsController).isNull(); })) << mainLog();
+    const Json::Value storage = latestInventory(holdsController);
+    const Json::Value controller = findRecord(storage["StorageControllers"], "SerialNumber", "SKC4012345");
+    EXPECT_EQ(controller["Model"].asString(), "MegaRAID 9560-16i");
+    EXPECT_EQ(controller["FirmwareVersion"].asString(), "5.220.02-3691");
+    EXPECT_EQ(controller["Oem"]["Description"].asString(), "PCI 0000:3b:00.0 r001u03p1i02");
+    expectPlaced(controller);
     // Each drive on its own bay of box 1: two through the FRU of their own
     // connector's bus, two through the other bus's FRU.
-    std::map<std::string, Json::Value> drives;
-    for (const Json::Value& drive : storage["Drives"]) {
-        drives[drive["Data"]["SerialNumber"].asString()] = drive["Data"];
-    }
+    std::map<std::string, Json::Value> drives = bySerial(storage["Drives"]);
     std::set<std::string> places;
     for (const char* serial : {"WFK0A1B20000C9270ABC", "WFK0A1B30000C9270ABD", "S45NNE0M500123", "S45NNE0M500124"}) {
         ASSERT_EQ(drives.count(serial), 1u) << serial;
-        const std::string pl = drives[serial]["Oem"]["PhysicalLocation"].asString();
-        EXPECT_EQ(pl.size(), 16u) << serial;
-        EXPECT_NE(pl, "FFFFFFFFFFFFFFFF") << serial;
-        places.insert(pl);
+        expectPlaced(drives[serial]);
+        places.insert(drives[serial]["Oem"]["PhysicalLocation"].asString());
     }
     EXPECT_EQ(places.size(), 4u);
     std::map<std::string, Json::Value> backplanes;
@@ -614,20 +640,14 @@ TEST_F(VekdTest, MegaRAIDControllerReachesTheRmcAndAConsistencyCheckEndsInOneEve
         EXPECT_EQ(backplane["PartNumber"].asString(), "BP-0004") << backplane;
         EXPECT_EQ(backplane["FirmwareVersion"].asString(), "1.10") << backplane;
         EXPECT_EQ(backplane["Oem"]["Box"].asInt(), box) << backplane;
-        const std::string pl = backplane["Oem"]["PhysicalLocation"].asString();
-        EXPECT_EQ(pl.size(), 16u) << backplane;
-        EXPECT_NE(pl, "FFFFFFFFFFFFFFFF") << backplane;
-        places.insert(pl);
+        expectPlaced(backplane);
+        places.insert(backplane["Oem"]["PhysicalLocation"].asString());
     }
     EXPECT_EQ(places.size(), 6u);
-    std::map<std::string, Json::Value> volumes;
-    for (const Json::Value& volume : storage["Volumes"]) {
-        volumes[volume["Data"]["DurableName"].asString()] = volume["Data"];
-    }
-    ASSERT_EQ(volumes.count("600062B20CF5E6802A9D4E1F0B7C3D01"), 1u) << storage["Volumes"];
-    EXPECT_EQ(volumes["600062B20CF5E6802A9D4E1F0B7C3D01"]["VolumeType"].asString(), "RAID1");
-    EXPECT_EQ(volumes["600062B20CF5E6802A9D4E1F0B7C3D01"]["Drives"].size(), 2u);
-    EXPECT_EQ(volumes.count("600062B20CF5E6802A9D4E1F0B7C3D02"), 1u);
+    const Json::Value raid1 = findRecord(storage["Volumes"], "DurableName", "600062B20CF5E6802A9D4E1F0B7C3D01");
+    EXPECT_EQ(raid1["VolumeType"].asString(), "RAID1") << storage["Volumes"];
+    EXPECT_EQ(raid1["Drives"].size(), 2u);
+    EXPECT_FALSE(findRecord(storage["Volumes"], "DurableName", "600062B20CF5E6802A9D4E1F0B7C3D02").isNull());
 
     // The firmware's events of the check, then a clean check of the other
     // volume, whose event tells that the first check's events are all in.
@@ -648,18 +668,8 @@ TEST_F(VekdTest, MegaRAIDControllerReachesTheRmcAndAConsistencyCheckEndsInOneEve
     }
     scenario["events"].append(event(4, 58, 0, "Consistency Check done on VD 00/0"));
     scenario["events"].append(event(5, 58, 1, "Consistency Check done on VD 01/1"));
-    writeScenario();
-    auto eventsOf = [&](int id) {
-        std::vector<Json::Value> found;
-        for (const auto& command : rmc_->spooledCommands()) {
-            const Json::Value e = parse(command.payload);
-            if (command.name == "MPEventGen" && e["ID"].asInt() == id) {
-                found.push_back(e);
-            }
-        }
-        return found;
-    };
-    ASSERT_TRUE(vekEventually([&] { return !eventsOf(1388).empty(); }, std::chrono::seconds(60))) << mainLog();
+    replaceFile(scenarioFile, Json::writeString(Json::StreamWriterBuilder(), scenario));
+    ASSERT_TRUE(eventually([&] { return !eventsOf(1388).empty(); })) << mainLog();
     const std::vector<Json::Value> folded = eventsOf(1387);
     ASSERT_EQ(folded.size(), 1u);
     const std::string info = folded[0]["VariableData"]["EventInfo"].asString();
@@ -675,48 +685,29 @@ TEST_F(VekdTest, MegaRAIDControllerReachesTheRmcAndAConsistencyCheckEndsInOneEve
 TEST_F(VekdTest, NVMeDevicesAreInTheInventoryAndAReadOnlyCardReachesTheRmc)
 {
     start();
-    auto parse = [](const std::string& text) {
-        Json::Value value;
-        std::istringstream in(text);
-        std::string errors;
-        Json::parseFromStream(Json::CharReaderBuilder(), in, &value, &errors);
-        return value;
-    };
     // The NVMe items of a section of the last inventory.
     auto nvmeItems = [&](const std::string& section) {
         std::vector<Json::Value> items;
-        for (const auto& command : rmc_->spooledCommands()) {
-            if (command.name != "WriteInventory") {
-                continue;
-            }
-            items.clear();
-            const Json::Value document = parse(command.payload);
-            for (const Json::Value& item : document["HostDataCollection"][section]) {
-                if (item["Protocol"].asString() == "NVMe") {
-                    items.push_back(item);
-                }
+        const Json::Value collection = latestInventory([](const Json::Value&) { return true; });
+        for (const Json::Value& item : collection[section]) {
+            if (item["Protocol"].asString() == "NVMe") {
+                items.push_back(item);
             }
         }
         return items;
     };
-    ASSERT_TRUE(vekEventually([&] { return nvmeItems("Drives").size() == 5; }, std::chrono::seconds(60)))
-        << mainLog();
+    ASSERT_TRUE(eventually([&] { return nvmeItems("Drives").size() == 5; })) << mainLog();
     const std::vector<Json::Value> controllers = nvmeItems("StorageControllers");
     ASSERT_EQ(controllers.size(), 2u);
     std::set<std::string> descriptions;
     for (const Json::Value& controller : controllers) {
         descriptions.insert(controller["Oem"]["Description"].asString());
+        expectPlaced(controller);
     }
     EXPECT_EQ(descriptions,
               (std::set<std::string>{"PCI 0000:e3:00.0 r001u03p1i07", "PCI 0000:e4:00.0 r001u03p1i08"}));
-    std::vector<Json::Value> placed = controllers;
     for (const Json::Value& drive : nvmeItems("Drives")) {
-        placed.push_back(drive);
-    }
-    for (const Json::Value& item : placed) {
-        const std::string pl = item["Oem"]["PhysicalLocation"].asString();
-        EXPECT_TRUE(std::regex_match(pl, std::regex("[0-9A-F]{16}"))) << item;
-        EXPECT_NE(pl, "FFFFFFFFFFFFFFFF") << item;
+        expectPlaced(drive);
     }
 
     const std::string smart = host_ + "/sim/cli/nvme_device_log_smart_get_-A_vmhba7.txt";
@@ -724,102 +715,55 @@ TEST_F(VekdTest, NVMeDevicesAreInTheInventoryAndAReadOnlyCardReachesTheRmc)
     const std::string clear = "Read Only Mode: false";
     ASSERT_NE(text.find(clear), std::string::npos);
     text.replace(text.find(clear), clear.size(), "Read Only Mode: true");
-    std::ofstream(smart + ".new") << text;
-    ASSERT_EQ(std::rename((smart + ".new").c_str(), smart.c_str()), 0);
+    replaceFile(smart, text);
     auto nvmeEvents = [&] {
         std::vector<std::pair<int, std::string>> events;
-        for (const auto& command : rmc_->spooledCommands()) {
-            const Json::Value event = parse(command.payload);
-            if (command.name == "MPEventGen" && event["VariableData"]["Data"]["Protocol"].asString() == "NVMe") {
+        for (const Json::Value& event : spooled("MPEventGen")) {
+            if (event["VariableData"]["Data"]["Protocol"].asString() == "NVMe") {
                 events.emplace_back(event["ID"].asInt(), event["VariableData"]["Type"].asString());
             }
         }
         return events;
     };
-    ASSERT_TRUE(vekEventually([&] { return nvmeEvents().size() >= 2; }, std::chrono::seconds(60))) << mainLog();
+    ASSERT_TRUE(eventually([&] { return nvmeEvents().size() >= 2; })) << mainLog();
     EXPECT_EQ(nvmeEvents(), (std::vector<std::pair<int, std::string>>{{837, "Controller"}, {538, "Drive"}}));
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 
 TEST_F(VekdTest, SmartRAIDControllerReachesTheRmcAndAFailingDriveRaises538)
 {
-    const std::string config = host_ + "/opt/zolvek/vital/vek.conf";
-    std::string text = readAll(config);
-    text.insert(text.find('{') + 1, "\n  \"PushInventoryFrequencyInMinutes\": 10,");
-    std::ofstream(config, std::ios::trunc) << text;
+    pushInventoryOften();
     start();
-    auto parse = [](const std::string& text) {
-        Json::Value value;
-        std::istringstream in(text);
-        Json::parseFromStream(Json::CharReaderBuilder(), in, &value, nullptr);
-        return value;
+    auto holdsController = [](const Json::Value& collection) {
+        return !findRecord(collection["StorageControllers"], "Model", "SmartRAID 3254-16i").isNull();
     };
-    // The newest inventory that holds the SmartRAID controller.
-    auto latestWithController = [&] {
-        Json::Value storage;
-        for (const auto& command : rmc_->spooledCommands()) {
-            const Json::Value collection = parse(command.payload)["HostDataCollection"];
-            for (const Json::Value& controller : collection["StorageControllers"]) {
-                if (command.name == "WriteInventory" &&
-                    controller["Data"]["Model"].asString() == "SmartRAID 3254-16i") {
-                    storage = collection;
-                }
-            }
-        }
-        return storage;
-    };
-    ASSERT_TRUE(vekEventually([&] { return !latestWithController().isNull(); }, std::chrono::seconds(60)))
-        << mainLog();
-    const Json::Value storage = latestWithController();
-    Json::Value controller;
-    for (const Json::Value& candidate : storage["StorageControllers"]) {
-        if (candidate["Data"]["Model"].asString() == "SmartRAID 3254-16i") {
-            controller = candidate["Data"];
-        }
-    }
+    ASSERT_TRUE(eventually([&] { return !latestInventory(holdsController).isNull(); })) << mainLog();
+    const Json::Value storage = latestInventory(holdsController);
+    const Json::Value controller = findRecord(storage["StorageControllers"], "Model", "SmartRAID 3254-16i");
     EXPECT_EQ(controller["SerialNumber"].asString(), "SR3254A0001");
     EXPECT_EQ(controller["Oem"]["Description"].asString(), "PCI 0000:e6:00.0 r001u03p1i10");
-    const std::string controllerPL = controller["Oem"]["PhysicalLocation"].asString();
-    EXPECT_EQ(controllerPL.size(), 16u);
-    EXPECT_NE(controllerPL, "FFFFFFFFFFFFFFFF");
-    std::set<std::string> serials;
-    for (const Json::Value& drive : storage["Drives"]) {
-        serials.insert(drive["Data"]["SerialNumber"].asString());
-    }
+    expectPlaced(controller);
+    const std::map<std::string, Json::Value> drives = bySerial(storage["Drives"]);
     for (const char* serial : {"S6KPNA0T100001", "S6KPNA0T100002", "WBN0SR000003", "WBN0SR000004", "WBN0SR000005"}) {
-        EXPECT_EQ(serials.count(serial), 1u) << serial;
+        EXPECT_EQ(drives.count(serial), 1u) << serial;
     }
-    std::map<std::string, std::string> levels;
-    for (const Json::Value& volume : storage["Volumes"]) {
-        levels[volume["Data"]["DurableName"].asString()] = volume["Data"]["VolumeType"].asString();
-    }
-    EXPECT_EQ(levels["600508B1001C5E0A4D1F2E3A4B5C6D01"], "RAID1");
-    EXPECT_EQ(levels["600508B1001C5E0A4D1F2E3A4B5C6D02"], "RAID5");
-    bool backplane = false;
-    for (const Json::Value& enclosure : storage["StorageEnclosures"]) {
-        backplane = backplane || enclosure["Data"]["Model"].asString() == "8 SFF UBM Backplane";
-    }
-    EXPECT_TRUE(backplane) << storage["StorageEnclosures"];
+    EXPECT_EQ(findRecord(storage["Volumes"], "DurableName", "600508B1001C5E0A4D1F2E3A4B5C6D01")["VolumeType"], "RAID1");
+    EXPECT_EQ(findRecord(storage["Volumes"], "DurableName", "600508B1001C5E0A4D1F2E3A4B5C6D02")["VolumeType"], "RAID5");
+    EXPECT_FALSE(findRecord(storage["StorageEnclosures"], "Model", "8 SFF UBM Backplane").isNull())
+        << storage["StorageEnclosures"];
 
-    // The drive of bay 3 fails in the library's scenario, written whole and
-    // renamed into place as the library reads it at any moment.
+    // The drive of bay 3 fails in the library's scenario.
     const std::string scenarioPath = host_ + "/sim/libstoragecore.json";
     Json::Value scenario = parse(readAll(scenarioPath));
     scenario["controllers"][0]["drives"][2]["status"] = 0x800000;
-    std::ofstream(scenarioPath + ".new") << Json::writeString(Json::StreamWriterBuilder(), scenario);
-    ASSERT_EQ(rename((scenarioPath + ".new").c_str(), scenarioPath.c_str()), 0);
-    auto failedEvent = [&] {
-        for (const auto& command : rmc_->spooledCommands()) {
-            const Json::Value event = parse(command.payload);
-            if (command.name == "MPEventGen" && event["ID"].asInt() == 538 &&
-                event["VariableData"]["Data"]["SerialNumber"].asString() == "WBN0SR000003") {
-                return event;
-            }
-        }
-        return Json::Value();
+    replaceFile(scenarioPath, Json::writeString(Json::StreamWriterBuilder(), scenario));
+    auto failures = [&] {
+        return eventsOf(538, [](const Json::Value& event) {
+            return event["VariableData"]["Data"]["SerialNumber"].asString() == "WBN0SR000003";
+        });
     };
-    ASSERT_TRUE(vekEventually([&] { return !failedEvent().isNull(); }, std::chrono::seconds(60))) << mainLog();
-    EXPECT_NE(failedEvent()["VariableData"]["EventInfo"].asString().find("PORT 2I BOX 1 BAY 3"), std::string::npos);
+    ASSERT_TRUE(eventually([&] { return !failures().empty(); })) << mainLog();
+    EXPECT_NE(failures()[0]["VariableData"]["EventInfo"].asString().find("PORT 2I BOX 1 BAY 3"), std::string::npos);
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 
@@ -829,21 +773,15 @@ TEST_F(VekdTest, SmartRAIDControllerReachesTheRmcAndAFailingDriveRaises538)
 TEST_F(VekdTest, TestEventsOfEachFamilyReachTheRmcThroughTheClient)
 {
     start();
-    vekRmcEmulator::Command inventory;
-    ASSERT_TRUE(waitForCommand("WriteInventory", inventory)) << mainLog();
     // The NVMe manager names its devices once its first build is in.
-    ASSERT_TRUE(vekEventually(
-        [&] {
-            for (const auto& command : rmc_->spooledCommands()) {
-                if (command.name == "WriteInventory" &&
-                    command.payload.find("\"Protocol\":\"NVMe\"") != std::string::npos) {
-                    return true;
-                }
+    ASSERT_TRUE(eventually([&] {
+        for (const auto& command : rmc_->spooledCommands()) {
+            if (command.name == "WriteInventory" && command.payload.find("\"Protocol\":\"NVMe\"") != std::string::npos) {
+                return true;
             }
-            return false;
-        },
-        std::chrono::seconds(60)))
-        << mainLog();
+        }
+        return false;
+    })) << mainLog();
     const struct {
         const char* resource;
         int id;
@@ -853,18 +791,9 @@ TEST_F(VekdTest, TestEventsOfEachFamilyReachTheRmcThroughTheClient)
         {"3", 1384, "vmnic0"}, {"4", 386, "vmhba2"},
         {"5", 538, "3B0103010101FF04"}, {"6", 837, "vmhba7"},
     };
-    auto sent = [&](int id) {
-        for (const auto& command : rmc_->spooledCommands()) {
-            Json::Value event;
-            std::istringstream in(command.payload);
-            if (command.name == "MPEventGen" && Json::parseFromStream(Json::CharReaderBuilder(), in, &event, nullptr) &&
-                event["ID"].asInt() == id &&
-                (event["Source"].asString() == "VEK-CLI" ||
-                 event["VariableData"]["EventInfo"].asString() == "Injected Event")) {
-                return true;
-            }
-        }
-        return false;
+    auto injected = [](const Json::Value& event) {
+        return event["Source"].asString() == "VEK-CLI" ||
+               event["VariableData"]["EventInfo"].asString() == "Injected Event";
     };
     for (const auto& family : families) {
         SCOPED_TRACE(family.resource);
@@ -876,7 +805,7 @@ TEST_F(VekdTest, TestEventsOfEachFamilyReachTheRmcThroughTheClient)
         }
         const vekProgramResult result = vekRunProgram(argv);
         EXPECT_EQ(result.status, 0) << result.output;
-        EXPECT_TRUE(vekEventually([&] { return sent(family.id); }, std::chrono::seconds(60))) << mainLog();
+        EXPECT_TRUE(eventually([&] { return !eventsOf(family.id, injected).empty(); })) << mainLog();
     }
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
@@ -888,40 +817,22 @@ TEST_F(VekdTest, ChipsetSataDisksReachTheRmcInTheirBays)
 {
     vekDiskEmulator disks(host_);
     start();
-    auto storage = [&] {
-        Json::Value latest;
-        for (const auto& command : rmc_->spooledCommands()) {
-            Json::Value document;
-            std::istringstream in(command.payload);
-            if (command.name == "WriteInventory" &&
-                Json::parseFromStream(Json::CharReaderBuilder(), in, &document, nullptr) &&
-                document["HostDataCollection"].isMember("Drives")) {
-                latest = document["HostDataCollection"];
-            }
-        }
-        return latest;
-    };
-    ASSERT_TRUE(vekEventually([&] { return storage()["Drives"].size() == 6 + 5 + 2 + 4; }, std::chrono::seconds(60)))
-        << mainLog();
-    const Json::Value inventory = storage();
-    Json::Value chipset;
-    for (const Json::Value& controller : inventory["StorageControllers"]) {
-        if (controller["Data"]["Oem"]["Description"].asString() == "PCI 0000:00:17.0 r001u03p1i00") {
-            chipset = controller;
-        }
-    }
+    ASSERT_TRUE(eventually([&] { return latestStorage()["Drives"].size() == 6 + 5 + 2 + 4; })) << mainLog();
+    const Json::Value inventory = latestStorage();
+    const Json::Value chipset =
+        findRecord(inventory["StorageControllers"], "Model", "Lewisburg SATA RAID");
     ASSERT_FALSE(chipset.isNull()) << inventory["StorageControllers"];
-    EXPECT_EQ(chipset["Data"]["Model"].asString(), "Lewisburg SATA RAID");
-    EXPECT_EQ(chipset["Data"]["FirmwareVersion"].asString(), "6.3.0.1005");
-    EXPECT_EQ(chipset["Data"]["Protocol"].asString(), "SATA");
-    EXPECT_EQ(chipset["EventInfo"].asString(), "All ports of the Intel SATA RAID controller are now online.");
-
-    std::map<std::string, Json::Value> drives;
-    std::set<std::string> places;
-    for (const Json::Value& drive : inventory["Drives"]) {
-        drives[drive["Data"]["SerialNumber"].asString()] = drive["Data"];
-        places.insert(drive["Data"]["Oem"]["PhysicalLocation"].asString());
+    EXPECT_EQ(chipset["Oem"]["Description"].asString(), "PCI 0000:00:17.0 r001u03p1i00");
+    EXPECT_EQ(chipset["FirmwareVersion"].asString(), "6.3.0.1005");
+    EXPECT_EQ(chipset["Protocol"].asString(), "SATA");
+    for (const Json::Value& controller : inventory["StorageControllers"]) {
+        if (controller["Data"]["Model"].asString() == "Lewisburg SATA RAID") {
+            EXPECT_EQ(controller["EventInfo"].asString(),
+                      "All ports of the Intel SATA RAID controller are now online.");
+        }
     }
+
+    std::map<std::string, Json::Value> drives = bySerial(inventory["Drives"]);
     const struct {
         const char* serial;
         const char* bay;
@@ -933,31 +844,22 @@ TEST_F(VekdTest, ChipsetSataDisksReachTheRmcInTheirBays)
         EXPECT_EQ(drive["Model"].asString(), "INTEL SSDSC2KB480G8");
         EXPECT_EQ(drive["MediaType"].asString(), "SSD");
         EXPECT_EQ(drive["Oem"]["Slot"].asString(), disk.bay);
-        EXPECT_NE(drive["Oem"]["PhysicalLocation"].asString(), "FFFFFFFFFFFFFFFF");
+        expectPlaced(drive);
     }
-    // Every drive has a place of its own.
-    EXPECT_EQ(places.size(), 6u + 5u + 2u + 4u);
-    EXPECT_EQ(places.count("FFFFFFFFFFFFFFFF"), 0u);
 
     // A disk of the chipset leaves its bay and comes back: the RMC hears of
     // each at the disk's place.
     const std::string place = drives["PHYF8341012A480BGN"]["Oem"]["PhysicalLocation"].asString();
     auto raised = [&](int id) {
-        for (const auto& command : rmc_->spooledCommands()) {
-            Json::Value event;
-            std::istringstream in(command.payload);
-            if (command.name == "MPEventGen" && Json::parseFromStream(Json::CharReaderBuilder(), in, &event, nullptr) &&
-                event["ID"].asInt() == id && event["PhysicalLocation"].asString() == place &&
-                event["VariableData"]["Data"]["SerialNumber"].asString() == "PHYF8341012A480BGN") {
-                return true;
-            }
-        }
-        return false;
+        return !eventsOf(id, [&](const Json::Value& event) {
+                    return event["PhysicalLocation"].asString() == place &&
+                           event["VariableData"]["Data"]["SerialNumber"].asString() == "PHYF8341012A480BGN";
+                }).empty();
     };
     disks.set("s0", {"present=false"});
-    EXPECT_TRUE(vekEventually([&] { return raised(538); }, std::chrono::seconds(60))) << mainLog();
+    EXPECT_TRUE(eventually([&] { return raised(538); })) << mainLog();
     disks.set("s0", {"present=true"});
-    EXPECT_TRUE(vekEventually([&] { return raised(540); }, std::chrono::seconds(60))) << mainLog();
+    EXPECT_TRUE(eventually([&] { return raised(540); })) << mainLog();
     EXPECT_EQ(WEXITSTATUS(stop(SIGTERM)), 0);
 }
 

@@ -209,7 +209,9 @@ void vekSmartRAIDController::analyzeAndGenerateEvent(const SA_CONTROLLER_EVENT& 
         processControllerFirmwareErrorEvent(event);
         break;
     default:
-        VEK_LOG_DEBUG(TAG, "Ignoring other class event %s.", describe(event).c_str());
+        VEK_LOG_DEBUG(TAG, "Ignoring other class event [CC=%u, SCC=%u, DC=%u, (%s)] on controller [%s] @ [%s].",
+                      event.classCode, event.subclassCode, event.detailCode, event.message,
+                      currentInfo_.getModel().c_str(), PciLocation.c_str());
     }
 }
 
@@ -219,7 +221,9 @@ void vekSmartRAIDController::processHardwareErrorEvent(const SA_CONTROLLER_EVENT
 {
     const ControllerEventRule* rule = controllerEventRule(event);
     if (rule == nullptr) {
-        VEK_LOG_DEBUG(TAG, "Ignoring hardware event %s.", describe(event).c_str());
+        VEK_LOG_DEBUG(TAG, "Ignoring hardware event [CC=%u, SCC=%u, DC=%u, (%s)] on controller [%s] @ [%s].",
+                      event.classCode, event.subclassCode, event.detailCode, event.message,
+                      currentInfo_.getModel().c_str(), PciLocation.c_str());
         return;
     }
     generateControllerEvent(event, rule->state, rule->health, rule->id, true);
@@ -229,7 +233,9 @@ void vekSmartRAIDController::processEnvironmentEvent(const SA_CONTROLLER_EVENT& 
 {
     const ControllerEventRule* rule = controllerEventRule(event);
     if (rule == nullptr) {
-        VEK_LOG_DEBUG(TAG, "Ignoring environmental event %s.", describe(event).c_str());
+        VEK_LOG_DEBUG(TAG, "Ignoring environmental event [CC=%u, SCC=%u, DC=%u, (%s)] on controller [%s] @ [%s].",
+                      event.classCode, event.subclassCode, event.detailCode, event.message,
+                      currentInfo_.getModel().c_str(), PciLocation.c_str());
         return;
     }
     generateControllerEvent(event, rule->state, rule->health, rule->id, true);
@@ -239,7 +245,9 @@ void vekSmartRAIDController::processControllerFirmwareErrorEvent(const SA_CONTRO
 {
     const ControllerEventRule* rule = controllerEventRule(event);
     if (rule == nullptr) {
-        VEK_LOG_DEBUG(TAG, "Ignoring firmware error event %s.", describe(event).c_str());
+        VEK_LOG_DEBUG(TAG, "Ignoring firmware error event [CC=%u, SCC=%u, DC=%u, (%s)] on controller [%s] @ [%s].",
+                      event.classCode, event.subclassCode, event.detailCode, event.message,
+                      currentInfo_.getModel().c_str(), PciLocation.c_str());
         return;
     }
     generateControllerEvent(event, rule->state, rule->health, rule->id, true);
@@ -280,7 +288,9 @@ void vekSmartRAIDController::processDeviceRemovalAndInsertionEvent(const SA_CONT
     } else if (event.subclassCode == 0 && event.detailCode == 0) {
         generatePhysicalDriveEvent(event, VEK_STATE_OFFLINE, VEK_HEALTH_CRITICAL);
     } else {
-        VEK_LOG_DEBUG(TAG, "Ignoring PD event %s.", describe(event).c_str());
+        VEK_LOG_DEBUG(TAG, "Ignoring PD event [CC=%u, SCC=%u, DC=%u, (%s)] on controller [%s] @ [%s].",
+                      event.classCode, event.subclassCode, event.detailCode, event.message,
+                      currentInfo_.getModel().c_str(), PciLocation.c_str());
     }
 }
 
@@ -302,7 +312,9 @@ void vekSmartRAIDController::processPhysicalDriveEvent(const SA_CONTROLLER_EVENT
     } else if (event.subclassCode == 1 && event.detailCode == 3) {
         return generatePhysicalDriveEvent(event, VEK_STATE_PREDICTIVE_FAILURE, VEK_HEALTH_WARNING);
     }
-    VEK_LOG_DEBUG(TAG, "Ignoring PD event %s.", describe(event).c_str());
+    VEK_LOG_DEBUG(TAG, "Ignoring PD event [CC=%u, SCC=%u, DC=%u, (%s)] on controller [%s] @ [%s].",
+                      event.classCode, event.subclassCode, event.detailCode, event.message,
+                      currentInfo_.getModel().c_str(), PciLocation.c_str());
 }
 
 void vekSmartRAIDController::generatePhysicalDriveEvent(const SA_CONTROLLER_EVENT& event, VEK_RESOURCE_STATE state,

@@ -6,7 +6,6 @@
 #include "vekConfig.h"
 #include "vekGlobalDef.h"
 #include "vekLog.h"
-#include "vekPhysLocFactory.h"
 #include "vekPlatformServices.h"
 #include "vekSCMServerChassisManager.h"
 
@@ -107,8 +106,6 @@ private:
     std::once_flag loaded_;
     std::vector<std::pair<std::string, std::string>> pairs_;
 };
-
-bool isPLValid(const std::string& pl) { return !pl.empty() && pl != kInvalidPL; }
 
 // The number behind the first "/<prefix>" of a path ("/host%d"); -1 when none.
 int numberAfter(const std::string& path, const std::string& prefix)
@@ -263,16 +260,7 @@ int vekLewisburgSATARAIDController::discoverPhysicalDiskBoxNumber(const std::str
         return -1;
     }
     disk.setSlot(std::to_string(bay));
-    vekPhysLocInterface* physLoc = vekPhysLocFactory::getPhysLocInterface();
-    disk.setPhysicalLocation(physLoc->getPhysLocForChassisDriveSlot(PciLocation, box, bay));
-    if (isPLValid(disk.getPhysicalLocation())) {
-        try {
-            disk.setDecodedPhysicalLocation(physLoc->getDecodedPhysLocLongFormat(disk.getPhysicalLocation()));
-        } catch (const std::exception& e) {
-            VEK_LOG_DEBUG(TAG, "%s: PL [%s] not decoded: %s", scsiName.c_str(), disk.getPhysicalLocation().c_str(),
-                          e.what());
-        }
-    }
+    setChassisDriveLocation(disk, box, bay);
     return 0;
 }
 

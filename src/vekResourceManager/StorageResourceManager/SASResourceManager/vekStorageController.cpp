@@ -913,17 +913,23 @@ int vekStorageController::discoverPhysicalDiskBoxNumber(const std::string& scsiN
     const int bay = std::stoi(bayText);
     disk.setSlot(std::to_string(bay));
     disk.setEnclosureBox(box);
+    setChassisDriveLocation(disk, box, bay);
+    return 0;
+}
+
+void vekStorageController::setChassisDriveLocation(vekDiskInfo& disk, int box, int bay) const
+{
     vekPhysLocInterface* physLoc = vekPhysLocFactory::getPhysLocInterface();
     disk.setPhysicalLocation(physLoc->getPhysLocForChassisDriveSlot(PciLocation, box, bay));
-    if (isPLValid(disk.getPhysicalLocation())) {
-        try {
-            disk.setDecodedPhysicalLocation(physLoc->getDecodedPhysLocLongFormat(disk.getPhysicalLocation()));
-        } catch (const std::exception& e) {
-            VEK_LOG_DEBUG(TAG, "%s: PL [%s] not decoded: %s", scsiName.c_str(), disk.getPhysicalLocation().c_str(),
-                          e.what());
-        }
+    if (!isPLValid(disk.getPhysicalLocation())) {
+        return;
     }
-    return 0;
+    try {
+        disk.setDecodedPhysicalLocation(physLoc->getDecodedPhysLocLongFormat(disk.getPhysicalLocation()));
+    } catch (const std::exception& e) {
+        VEK_LOG_DEBUG(TAG, "%s: PL [%s] not decoded: %s", PciLocation.c_str(), disk.getPhysicalLocation().c_str(),
+                      e.what());
+    }
 }
 
 int vekStorageController::discoverPhysicalDiskInventory(std::vector<vekDiskInfo>& disks)

@@ -108,6 +108,9 @@ protected:
     // Reads a sysfs attribute of a port ("state"); false when unreadable.
     bool readPortAttribute(size_t index, const std::string& name, std::string& value);
     static bool isLocationValid(const vekDiskInfo& disk);
+    // The disk's PL in its chassis box and bay, and the PL's long decoded
+    // form when there is one.
+    void setChassisDriveLocation(vekDiskInfo& disk, int box, int bay) const;
     // State, health and text of a disk from what its probes answered: the
     // health probe's result (negative: unreadable; else errors or ASC/ASCQ),
     // the wear percentage and the temperatures.

@@ -342,15 +342,7 @@ bool vekSmartRAIDController::discoverPhysicalDiskAttributes(SA_WORD drive, vekDi
     disk.setHealth(status.health);
 
     if (disk.getSlot() != "-1" && external == 0) {
-        vekPhysLocInterface* physLoc = vekPhysLocFactory::getPhysLocInterface();
-        disk.setPhysicalLocation(physLoc->getPhysLocForChassisDriveSlot(PciLocation, disk.getEnclosureBox(), key.bay));
-        if (disk.getPhysicalLocation() != kInvalidPL && !disk.getPhysicalLocation().empty()) {
-            try {
-                disk.setDecodedPhysicalLocation(physLoc->getDecodedPhysLocLongFormat(disk.getPhysicalLocation()));
-            } catch (const std::exception& e) {
-                VEK_LOG_DEBUG(TAG, "PL [%s] not decoded: %s", disk.getPhysicalLocation().c_str(), e.what());
-            }
-        }
+        setChassisDriveLocation(disk, disk.getEnclosureBox(), key.bay);
     }
     if (disk.getPhysicalLocation() == kInvalidPL) {
         VEK_LOG_DEBUG(TAG, "Skipping disk @ index %zu due to invalid location info. [%s, %s]",

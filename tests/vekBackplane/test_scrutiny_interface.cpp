@@ -138,6 +138,7 @@ TEST_F(ScrutinyTest, FailingOrShortTransfersLeaveWhatTheOthersRead)
          " 0000/00000000 spec  image  box -1 state -1; " + names},
         {"a blank EEPROM", ubm + R"(, "fru": "sim/none.fru")", pic + "; |||; -1 bays:"},
         {"the bus cannot be reserved", all + R"(, "faults": {"reserve": "library"})", ""},
+        {"the bus cannot be released", all + R"(, "faults": {"release": "ioc"})", ""},
         {"nothing answers", "", ""},
     };
     dsi.initialize(&subject);
@@ -169,6 +170,7 @@ TEST_F(ScrutinyTest, APage43ThatCannotBeReadGivesNoSegments)
         {R"({"buses": [3], "mfi": 3})",
          "Dcmd passthrough call failed on controller @ [0000:3b:00.0] with command MFI status [0x3]", 0},
         {R"({"buses": [3], "dcmd": 9})", "Failed to read config page 43 header on controller @ [0000:3b:00.0].", 0},
+        {R"({"buses": [3], "mfi": [0, 3]})", "Failed to read config page 43 on controller @ [0000:3b:00.0].", 0},
         // A count beyond the entries the page holds: only those count.
         {R"({"buses": [3], "count": 200})", "Page #43 names 200 entries but holds 1.", 1},
     };

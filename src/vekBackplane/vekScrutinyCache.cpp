@@ -149,13 +149,15 @@ _DSI_STATUS vekScrutinyInterface::buildControllerList(Generation& generation)
 _DSI_STATUS vekScrutinyInterface::buildControllerInfo(std::unique_ptr<_SCRUTINY_DEVICE_INFO> device,
                                                       std::unique_ptr<dsiControllerInfo>& controller)
 {
-    const std::string pci = pciAddressOf(*device);
     if (device->generation != SCRUTINY_GENERATION_GEN3_MEGARAID) {
         VEK_LOG_DEBUG(TAG,
-                      "Skipping non-Gen3-MegaRAID controller (%d):  [%s]: (Chipset ID=[0x%08x]; Board ID=[0x%08x])",
-                      static_cast<int>(device->generation), pci.c_str(), device->chipsetID, device->boardID);
+                      "Skipping non-Gen3-MegaRAID controller (%d):  [%04x:%02x:%02x.%x]: (Chipset ID=[0x%08x]; Board "
+                      "ID=[0x%08x])",
+                      static_cast<int>(device->generation), VEK_DSI_PCI_ADDRESS(*device), device->chipsetID,
+                      device->boardID);
         return VEK_DSI_STATUS_SUCCESS;
     }
+    const std::string pci = pciAddressOf(*device);
     controller.reset(new (std::nothrow) dsiControllerInfo());
     if (!controller) {
         return VEK_DSI_STATUS_OUT_OF_MEMORY;
@@ -176,28 +178,29 @@ _DSI_STATUS vekScrutinyInterface::buildControllerInfo(std::unique_ptr<_SCRUTINY_
 _DSI_STATUS vekScrutinyInterface::buildEnclosureSegmentList(const _SCRUTINY_DEVICE_INFO& device,
                                                             std::vector<std::unique_ptr<dsiEnclosureSegmentInfo>>& list)
 {
-    const std::string pci = pciAddressOf(device);
-    std::vector<unsigned char> page;
+    _MR_SAS_CONFIG_PAGE page;
     _DSI_STATUS status = readMegaRAIDConfigurationPage43(device, page);
     if (status != VEK_DSI_STATUS_SUCCESS) {
         VEK_LOG_ERROR(TAG,
-                      "MegaRAID @ [%s]: Unable to retrieve enclosure segments since page #43 is not available. "
-                      "(dsiStatus=[%d])",
-                      pci.c_str(), status);
+                      "MegaRAID @ [%04x:%02x:%02x.%x]: Unable to retrieve enclosure segments since page #43 is not "
+                      "available. (dsiStatus=[%d])",
+                      VEK_DSI_PCI_ADDRESS(device), status);
         return status;
     }
+    const unsigned char* bytes = page.block.get();
     // Only entries that lie whole inside what the controller returned count.
-    size_t count = page.size() > MR_CONFIG_PAGE_43_COUNT_OFFSET ? page[MR_CONFIG_PAGE_43_COUNT_OFFSET] : 0;
-    const size_t room = page.size() > MR_CONFIG_PAGE_43_ENTRIES_OFFSET
-                            ? (page.size() - MR_CONFIG_PAGE_43_ENTRIES_OFFSET) / MR_CONFIG_PAGE_43_ENTRY_SIZE
+    size_t count = page.size > MR_CONFIG_PAGE_43_COUNT_OFFSET ? bytes[MR_CONFIG_PAGE_43_COUNT_OFFSET] : 0;
+    const size_t room = page.size > MR_CONFIG_PAGE_43_ENTRIES_OFFSET
+                            ? (page.size - MR_CONFIG_PAGE_43_ENTRIES_OFFSET) / MR_CONFIG_PAGE_43_ENTRY_SIZE
                             : 0;
     if (count > room) {
-        VEK_LOG_WARNING(TAG, "MegaRAID @ [%s]: Page #43 names %zu entries but holds %zu.", pci.c_str(), count, room);
+        VEK_LOG_WARNING(TAG, "MegaRAID @ [%04x:%02x:%02x.%x]: Page #43 names %zu entries but holds %zu.",
+                        VEK_DSI_PCI_ADDRESS(device), count, room);
         count = room;
     }
     std::vector<uint8_t> buses;
     for (size_t i = 0; i < count; ++i) {
-        const uint8_t bus = page[MR_CONFIG_PAGE_43_ENTRIES_OFFSET + i * MR_CONFIG_PAGE_43_ENTRY_SIZE +
+        const uint8_t bus = bytes[MR_CONFIG_PAGE_43_ENTRIES_OFFSET + i * MR_CONFIG_PAGE_43_ENTRY_SIZE +
                                  MR_CONFIG_PAGE_43_ENTRY_BUS_OFFSET];
         if (std::find(buses.begin(), buses.end(), bus) == buses.end()) {
             buses.push_back(bus);
@@ -211,9 +214,9 @@ _DSI_STATUS vekScrutinyInterface::buildEnclosureSegmentList(const _SCRUTINY_DEVI
         }
         if (status != VEK_DSI_STATUS_SUCCESS) {
             VEK_LOG_ERROR(TAG,
-                          "MegaRAID @ [%s]: I2C Bus [%hu]: Unable to gather enclosure segment details. "
-                          "(dsiStatus=[%d])",
-                          pci.c_str(), static_cast<unsigned short>(bus), status);
+                          "MegaRAID @ [%04x:%02x:%02x.%x]: I2C Bus [%hu]: Unable to gather enclosure segment "
+                          "details. (dsiStatus=[%d])",
+                          VEK_DSI_PCI_ADDRESS(device), static_cast<unsigned short>(bus), status);
             continue;
         }
         list.push_back(std::move(segment));
@@ -233,20 +236,24 @@ _DSI_STATUS vekScrutinyInterface::buildEnclosureSegmentInfo(const _SCRUTINY_DEVI
     using Populate =
         _DSI_STATUS (vekScrutinyInterface::*)(const _SCRUTINY_DEVICE_INFO&, uint8_t, dsiEnclosureSegmentInfo&);
     struct Step {
-        const char* what;
+        const char* shutdownSeen;
         Populate populate;
     };
     const Step steps[] = {
-        {"UBM Silicon Identity & Version", &vekScrutinyInterface::populateEnclosureInfoWithUBMSiliconIdentityVersion},
-        {"UBM Backplane Info", &vekScrutinyInterface::populateEnclosureInfoWithUBMBackplaneInfo},
-        {"UBM Operational State", &vekScrutinyInterface::populateEnclosureInfoWithUBMOperationalState},
-        {"UBM FRU", &vekScrutinyInterface::populateEnclosureInfoWithUBMFRUNVRAMData},
+        {"Subject shutdown detected before gathering UBM Silicon Identity & Version",
+         &vekScrutinyInterface::populateEnclosureInfoWithUBMSiliconIdentityVersion},
+        {"Subject shutdown detected before gathering UBM Backplane Info",
+         &vekScrutinyInterface::populateEnclosureInfoWithUBMBackplaneInfo},
+        {"Subject shutdown detected before gathering UBM Operational State",
+         &vekScrutinyInterface::populateEnclosureInfoWithUBMOperationalState},
+        {"Subject shutdown detected before gathering UBM FRU",
+         &vekScrutinyInterface::populateEnclosureInfoWithUBMFRUNVRAMData},
     };
     bool any = false;
     _DSI_STATUS last = VEK_DSI_STATUS_SUCCESS;
     for (const Step& step : steps) {
         if (shutdownDetected()) {
-            VEK_LOG_INFO(TAG, "Subject shutdown detected before gathering %s", step.what);
+            VEK_LOG_INFO(TAG, "%s", step.shutdownSeen);
             segment.reset();
             return VEK_DSI_STATUS_SHUTDOWN_DETECTED;
         }
@@ -255,9 +262,9 @@ _DSI_STATUS vekScrutinyInterface::buildEnclosureSegmentInfo(const _SCRUTINY_DEVI
     }
     if (!any) {
         VEK_LOG_ERROR(TAG,
-                      "MegaRAID @ [%s]: I2c Bus [%hu]: No enclosure segment will be reported to the caller, since none "
-                      "of the commands issued to its UBM PIC and UBM FRU NVRAM were successful.",
-                      pciAddressOf(device).c_str(), static_cast<unsigned short>(bus));
+                      "MegaRAID @ [%04x:%02x:%02x.%x]: I2c Bus [%hu]: No enclosure segment will be reported to the "
+                      "caller, since none of the commands issued to its UBM PIC and UBM FRU NVRAM were successful.",
+                      VEK_DSI_PCI_ADDRESS(device), static_cast<unsigned short>(bus));
         segment.reset();
         return last;
     }

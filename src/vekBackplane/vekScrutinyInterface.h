@@ -13,6 +13,7 @@
 #include "vekSubjectShutdownObserver.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -31,6 +32,21 @@ const _DSI_STATUS VEK_DSI_STATUS_INVALID_PAGE_LENGTH = 7;
 const _DSI_STATUS VEK_DSI_STATUS_NO_REQUESTS = 8;
 const _DSI_STATUS VEK_DSI_STATUS_SHORT_TRANSFER = 9;
 const _DSI_STATUS VEK_DSI_STATUS_SHUTDOWN_DETECTED = 14;
+
+// The controller's PCI address as the arguments of "%04x:%02x:%02x.%x".
+#define VEK_DSI_PCI_ADDRESS(device) (device).pciDomain, (device).pciBus, (device).pciDevice, (device).pciFunction
+
+// Blocks handed to the library are calloc memory, zeroed as it expects.
+struct vekCallocDeleter {
+    void operator()(void* memory) const { free(memory); }
+};
+using vekCallocBlock = std::unique_ptr<unsigned char, vekCallocDeleter>;
+
+// A configuration page as read: the request header, then the page itself.
+struct _MR_SAS_CONFIG_PAGE {
+    vekCallocBlock block;
+    size_t size = 0;
+};
 
 class vekScrutinyInterface {
 public:
@@ -59,7 +75,7 @@ public:
     // inside cacheBuild() or while nothing can shut the interface down.
     _DSI_STATUS issueMegaRAIDConfigPageRequest(const _SCRUTINY_DEVICE_INFO& device, unsigned char* buffer, size_t size,
                                                uint8_t* mfiStatus = nullptr);
-    _DSI_STATUS readMegaRAIDConfigurationPage43(const _SCRUTINY_DEVICE_INFO& device, std::vector<unsigned char>& page);
+    _DSI_STATUS readMegaRAIDConfigurationPage43(const _SCRUTINY_DEVICE_INFO& device, _MR_SAS_CONFIG_PAGE& page);
     _DSI_STATUS reserveReleaseMegaRAIDI2CBus(const _SCRUTINY_DEVICE_INFO& device, uint8_t bus, uint16_t deviceAddress,
                                              uint8_t type, uint8_t muxChannel, uint8_t muxIndex, uint16_t muxAddress,
                                              bool reserve);

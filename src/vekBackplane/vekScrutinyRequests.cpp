@@ -23,11 +23,6 @@ const unsigned char kFRUFormatVersion = 1;
 const size_t kPage43HeaderRequestSize = 39;
 const size_t kMaximumPageBytes = 0xFFFF; // the request carries the length in 16 bits
 
-struct FreeDeleter {
-    void operator()(void* memory) const { free(memory); }
-};
-using CallocBlock = std::unique_ptr<unsigned char, FreeDeleter>;
-
 std::string version(unsigned major, unsigned minor)
 {
     return vekLog::format("%hu.%hu", static_cast<unsigned short>(major), static_cast<unsigned short>(minor));
@@ -62,18 +57,19 @@ std::string vekScrutinyInterface::pciAddressOf(const _SCRUTINY_DEVICE_INFO& devi
 _DSI_STATUS vekScrutinyInterface::issueMegaRAIDConfigPageRequest(const _SCRUTINY_DEVICE_INFO& device,
                                                                  unsigned char* buffer, size_t size, uint8_t* mfiStatus)
 {
-    const std::string pci = pciAddressOf(device);
     if (!library_) {
         return VEK_DSI_STATUS_NOT_INITIALIZED;
     }
-    CallocBlock mailbox(static_cast<unsigned char*>(calloc(1, SCRUTINY_DCMD_MAILBOX_SIZE)));
+    vekCallocBlock mailbox(static_cast<unsigned char*>(calloc(1, SCRUTINY_DCMD_MAILBOX_SIZE)));
     if (!mailbox) {
-        VEK_LOG_ERROR(TAG, "Out of memory for Dcmd passthrough on controller @ [%s].", pci.c_str());
+        VEK_LOG_ERROR(TAG, "Out of memory for Dcmd passthrough on controller @ [%04x:%02x:%02x.%x].",
+                      VEK_DSI_PCI_ADDRESS(device));
         return VEK_DSI_STATUS_OUT_OF_MEMORY;
     }
-    CallocBlock response(static_cast<unsigned char*>(calloc(1, SCRUTINY_DCMD_RESPONSE_SIZE)));
+    vekCallocBlock response(static_cast<unsigned char*>(calloc(1, SCRUTINY_DCMD_RESPONSE_SIZE)));
     if (!response) {
-        VEK_LOG_ERROR(TAG, "Out of memory for Dcmd response on controller @ [%s].", pci.c_str());
+        VEK_LOG_ERROR(TAG, "Out of memory for Dcmd response on controller @ [%04x:%02x:%02x.%x].",
+                      VEK_DSI_PCI_ADDRESS(device));
         return VEK_DSI_STATUS_OUT_OF_MEMORY;
     }
     _SCRUTINY_DCMD_PASSTHROUGH dcmd{};
@@ -88,8 +84,8 @@ _DSI_STATUS vekScrutinyInterface::issueMegaRAIDConfigPageRequest(const _SCRUTINY
     unsigned handle = device.productHandle;
     const _SCRUTINY_STATUS status = library_->dcmdPassthrough(&handle, &dcmd);
     if (status != SCRUTINY_STATUS_SUCCESS) {
-        VEK_LOG_ERROR(TAG, "Dcmd passthrough call failed on controller @ [%s] with libStatus [0x%x]", pci.c_str(),
-                      status);
+        VEK_LOG_ERROR(TAG, "Dcmd passthrough call failed on controller @ [%04x:%02x:%02x.%x] with libStatus [0x%x]",
+                      VEK_DSI_PCI_ADDRESS(device), status);
         return VEK_DSI_STATUS_LIBRARY_FAILURE;
     }
     const uint8_t mfi = response.get()[0];
@@ -97,57 +93,64 @@ _DSI_STATUS vekScrutinyInterface::issueMegaRAIDConfigPageRequest(const _SCRUTINY
         *mfiStatus = mfi;
     }
     if (mfi != 0) {
-        VEK_LOG_ERROR(TAG, "Dcmd passthrough call failed on controller @ [%s] with command MFI status [0x%x]",
-                      pci.c_str(), mfi);
+        VEK_LOG_ERROR(TAG,
+                      "Dcmd passthrough call failed on controller @ [%04x:%02x:%02x.%x] with command MFI status [0x%x]",
+                      VEK_DSI_PCI_ADDRESS(device), mfi);
         return VEK_DSI_STATUS_COMMAND_FAILED;
     }
     return VEK_DSI_STATUS_SUCCESS;
 }
 
 _DSI_STATUS vekScrutinyInterface::readMegaRAIDConfigurationPage43(const _SCRUTINY_DEVICE_INFO& device,
-                                                                  std::vector<unsigned char>& page)
+                                                                  _MR_SAS_CONFIG_PAGE& page)
 {
-    const std::string pci = pciAddressOf(device);
-    page.clear();
-    std::vector<unsigned char> header;
-    try {
-        header.assign(kPage43HeaderRequestSize, 0);
-    } catch (const std::bad_alloc&) {
-        VEK_LOG_ERROR(TAG, "Out of memory to read config page 43 header on controller @ [%s].", pci.c_str());
+    page = _MR_SAS_CONFIG_PAGE();
+    vekCallocBlock header(static_cast<unsigned char*>(calloc(1, kPage43HeaderRequestSize)));
+    if (!header) {
+        VEK_LOG_ERROR(TAG, "Out of memory to read config page 43 header on controller @ [%04x:%02x:%02x.%x].",
+                      VEK_DSI_PCI_ADDRESS(device));
         return VEK_DSI_STATUS_OUT_OF_MEMORY;
     }
-    header[MR_CONFIG_PAGE_REQUEST_KIND_OFFSET] = MR_CONFIG_PAGE_REQUEST_KIND;
-    header[MR_CONFIG_PAGE_REQUEST_LENGTH_OFFSET] = MR_CONFIG_PAGE_HEADER_SIZE;
-    header[MR_CONFIG_PAGE_REQUEST_PAGE_OFFSET] = MR_CONFIG_PAGE_43_REQUEST_PAGE;
-    _DSI_STATUS status = issueMegaRAIDConfigPageRequest(device, header.data(), header.size());
+    unsigned char* request = header.get();
+    request[MR_CONFIG_PAGE_REQUEST_KIND_OFFSET] = MR_CONFIG_PAGE_REQUEST_KIND;
+    request[MR_CONFIG_PAGE_REQUEST_LENGTH_OFFSET] = MR_CONFIG_PAGE_HEADER_SIZE;
+    request[MR_CONFIG_PAGE_REQUEST_PAGE_OFFSET] = MR_CONFIG_PAGE_43_REQUEST_PAGE;
+    _DSI_STATUS status = issueMegaRAIDConfigPageRequest(device, request, kPage43HeaderRequestSize);
     if (status != VEK_DSI_STATUS_SUCCESS) {
-        VEK_LOG_ERROR(TAG, "Failed to read config page 43 header on controller @ [%s].", pci.c_str());
+        VEK_LOG_ERROR(TAG, "Failed to read config page 43 header on controller @ [%04x:%02x:%02x.%x].",
+                      VEK_DSI_PCI_ADDRESS(device));
         return status;
     }
-    const size_t words = header[MR_CONFIG_PAGE_LENGTH_OFFSET] | (header[MR_CONFIG_PAGE_LENGTH_OFFSET + 1] << 8);
+    const size_t words = request[MR_CONFIG_PAGE_LENGTH_OFFSET] | (request[MR_CONFIG_PAGE_LENGTH_OFFSET + 1] << 8);
     const size_t bytes = words * 4;
     // A length the request cannot carry is as wrong as none.
     if (words == 0 || bytes > kMaximumPageBytes) {
-        VEK_LOG_ERROR(TAG, "Invalid page length for config page 43 on controller @ [%s].", pci.c_str());
+        VEK_LOG_ERROR(TAG, "Invalid page length for config page 43 on controller @ [%04x:%02x:%02x.%x].",
+                      VEK_DSI_PCI_ADDRESS(device));
         return VEK_DSI_STATUS_INVALID_PAGE_LENGTH;
     }
-    try {
-        page.assign(bytes + MR_CONFIG_PAGE_REQUEST_HEADER_SIZE, 0);
-    } catch (const std::bad_alloc&) {
-        VEK_LOG_ERROR(TAG, "Out of memory to read config page 43 on controller @ [%s].", pci.c_str());
+    const size_t size = bytes + MR_CONFIG_PAGE_REQUEST_HEADER_SIZE;
+    vekCallocBlock block(static_cast<unsigned char*>(calloc(1, size)));
+    if (!block) {
+        VEK_LOG_ERROR(TAG, "Out of memory to read config page 43 on controller @ [%04x:%02x:%02x.%x].",
+                      VEK_DSI_PCI_ADDRESS(device));
         return VEK_DSI_STATUS_OUT_OF_MEMORY;
     }
-    page[MR_CONFIG_PAGE_REQUEST_KIND_OFFSET] = MR_CONFIG_PAGE_REQUEST_KIND;
-    page[MR_CONFIG_PAGE_REQUEST_LENGTH_OFFSET] = static_cast<unsigned char>(bytes & 0xFF);
-    page[MR_CONFIG_PAGE_REQUEST_LENGTH_OFFSET + 1] = static_cast<unsigned char>(bytes >> 8);
-    page[MR_CONFIG_PAGE_REQUEST_PAGE_OFFSET] = MR_CONFIG_PAGE_43_REQUEST_PAGE;
-    status = issueMegaRAIDConfigPageRequest(device, page.data(), page.size());
+    request = block.get();
+    request[MR_CONFIG_PAGE_REQUEST_KIND_OFFSET] = MR_CONFIG_PAGE_REQUEST_KIND;
+    request[MR_CONFIG_PAGE_REQUEST_LENGTH_OFFSET] = static_cast<unsigned char>(bytes & 0xFF);
+    request[MR_CONFIG_PAGE_REQUEST_LENGTH_OFFSET + 1] = static_cast<unsigned char>(bytes >> 8);
+    request[MR_CONFIG_PAGE_REQUEST_PAGE_OFFSET] = MR_CONFIG_PAGE_43_REQUEST_PAGE;
+    status = issueMegaRAIDConfigPageRequest(device, request, size);
     if (status != VEK_DSI_STATUS_SUCCESS) {
-        VEK_LOG_ERROR(TAG, "Failed to read config page 43 on controller @ [%s].", pci.c_str());
-        page.clear();
+        VEK_LOG_ERROR(TAG, "Failed to read config page 43 on controller @ [%04x:%02x:%02x.%x].",
+                      VEK_DSI_PCI_ADDRESS(device));
         return status;
     }
-    VEK_LOG_DEBUG(TAG, "Successfully read config page 43 on controller @ [%s].", pci.c_str());
+    VEK_LOG_DEBUG(TAG, "Successfully read config page 43 on controller @ [%04x:%02x:%02x.%x].",
+                  VEK_DSI_PCI_ADDRESS(device));
+    page.block = std::move(block);
+    page.size = size;
     return VEK_DSI_STATUS_SUCCESS;
 }
 
@@ -155,7 +158,6 @@ _DSI_STATUS vekScrutinyInterface::reserveReleaseMegaRAIDI2CBus(const _SCRUTINY_D
                                                                uint16_t deviceAddress, uint8_t type, uint8_t muxChannel,
                                                                uint8_t muxIndex, uint16_t muxAddress, bool reserve)
 {
-    const std::string pci = pciAddressOf(device);
     if (!library_) {
         return VEK_DSI_STATUS_NOT_INITIALIZED;
     }
@@ -168,15 +170,16 @@ _DSI_STATUS vekScrutinyInterface::reserveReleaseMegaRAIDI2CBus(const _SCRUTINY_D
     request.muxChannel = muxChannel;
     request.muxIndex = muxIndex;
     request.muxAddress = muxAddress;
-    VEK_LOG_DEBUG(TAG, "MegaRAID @ [%s]: %s I2C Bus [%d]...", pci.c_str(), reserve ? "Reserving" : "Releasing", bus);
+    VEK_LOG_DEBUG(TAG, "MegaRAID @ [%04x:%02x:%02x.%x]: %s I2C Bus [%d]...", VEK_DSI_PCI_ADDRESS(device),
+                  reserve ? "Reserving" : "Releasing", bus);
     __SCRUTINY_IOC_STATUS ioc{};
     unsigned handle = device.productHandle;
     const _SCRUTINY_STATUS status = library_->istwiReadWrite(&handle, &request, &ioc);
     if (status != SCRUTINY_STATUS_SUCCESS || ioc.iocStatus != 0) {
         VEK_LOG_ERROR(TAG,
-                      "MegaRAID @ [%s]: Attempt to %s I2C Bus [%d] failed. (libStatus=[0x%08X]; IOC Status=[0x%04X]; "
-                      "IOC LogInfo=[0x%08X])",
-                      pci.c_str(), reserve ? "reserve" : "release", bus, status, ioc.iocStatus, ioc.iocLogInfo);
+                      "MegaRAID @ [%04x:%02x:%02x.%x]: Attempt to %s I2C Bus [%d] failed. (libStatus=[0x%08X]; IOC "
+                      "Status=[0x%04X]; IOC LogInfo=[0x%08X])",
+                      VEK_DSI_PCI_ADDRESS(device), reserve ? "reserve" : "release", bus, status, ioc.iocStatus, ioc.iocLogInfo);
         return status != SCRUTINY_STATUS_SUCCESS ? VEK_DSI_STATUS_LIBRARY_FAILURE : VEK_DSI_STATUS_IOC_FAILURE;
     }
     return VEK_DSI_STATUS_SUCCESS;
@@ -187,8 +190,8 @@ _DSI_STATUS vekScrutinyInterface::executeMegaRAIDISTWIRequestList(const _SCRUTIN
                                                                   _SCRUTINY_STATUS* statuses,
                                                                   __SCRUTINY_IOC_STATUS* iocStatuses)
 {
-    const std::string pci = pciAddressOf(device);
-    VEK_LOG_DEBUG(TAG, "MegaRAID @ [%s]: %zu ISTWI requests to be executed.", pci.c_str(), count);
+    VEK_LOG_DEBUG(TAG, "MegaRAID @ [%04x:%02x:%02x.%x]: %zu ISTWI requests to be executed.",
+                  VEK_DSI_PCI_ADDRESS(device), count);
     if (statuses != nullptr) {
         memset(statuses, 0xFF, count * sizeof *statuses);
     }
@@ -211,9 +214,9 @@ _DSI_STATUS vekScrutinyInterface::executeMegaRAIDISTWIRequestList(const _SCRUTIN
     for (size_t i = 0; i < count; ++i) {
         _SCRUTINY_ISTWI_REQUEST& request = requests[i];
         VEK_LOG_DEBUG(TAG,
-                      "MegaRAID @ [%s]: Issuing ISTWI request [%zu]: Bus=[0x%02x]; Device=[0x%04x]; Type=[0x%02x]; "
-                      "Mux=[0x%02x, 0x%04x, 0x%02x]; Action=[%d]; Tx=[%hu, %p] Rx=[%hu, %p]...",
-                      pci.c_str(), i, request.bus, request.deviceAddress, request.type, request.muxChannel,
+                      "MegaRAID @ [%04x:%02x:%02x.%x]: Issuing ISTWI request [%zu]: Bus=[0x%02x]; Device=[0x%04x]; "
+                      "Type=[0x%02x]; Mux=[0x%02x, 0x%04x, 0x%02x]; Action=[%d]; Tx=[%hu, %p] Rx=[%hu, %p]...",
+                      VEK_DSI_PCI_ADDRESS(device), i, request.bus, request.deviceAddress, request.type, request.muxChannel,
                       request.muxAddress, request.muxIndex, request.action, request.transmitLength,
                       request.transmitBuffer, request.receiveLength, request.receiveBuffer);
         __SCRUTINY_IOC_STATUS ioc{};
@@ -221,12 +224,12 @@ _DSI_STATUS vekScrutinyInterface::executeMegaRAIDISTWIRequestList(const _SCRUTIN
         const _SCRUTINY_STATUS result = library_->istwiReadWrite(&handle, &request, &ioc);
         if (result != SCRUTINY_STATUS_SUCCESS || ioc.iocStatus != 0) {
             VEK_LOG_ERROR(TAG,
-                          "MegaRAID @ [%s]: ISTWI request [%zu] on I2C Bus [%d] failed. (libStatus=[0x%08X]; IOC "
-                          "Status=[0x%04X]; IOC LogInfo=[0x%08X])",
-                          pci.c_str(), i, request.bus, result, ioc.iocStatus, ioc.iocLogInfo);
+                          "MegaRAID @ [%04x:%02x:%02x.%x]: ISTWI request [%zu] on I2C Bus [%d] failed. "
+                          "(libStatus=[0x%08X]; IOC Status=[0x%04X]; IOC LogInfo=[0x%08X])",
+                          VEK_DSI_PCI_ADDRESS(device), i, request.bus, result, ioc.iocStatus, ioc.iocLogInfo);
         } else {
-            VEK_LOG_DEBUG(TAG, "MegaRAID @ [%s]: ISTWI request [%zu] completed. (Rx=[%hu])", pci.c_str(), i,
-                          request.receiveLength);
+            VEK_LOG_DEBUG(TAG, "MegaRAID @ [%04x:%02x:%02x.%x]: ISTWI request [%zu] completed. (Rx=[%hu])",
+                          VEK_DSI_PCI_ADDRESS(device), i, request.receiveLength);
         }
         if (statuses != nullptr) {
             statuses[i] = result;
@@ -237,7 +240,8 @@ _DSI_STATUS vekScrutinyInterface::executeMegaRAIDISTWIRequestList(const _SCRUTIN
     }
     status = reserveReleaseMegaRAIDI2CBus(device, first.bus, first.deviceAddress, first.type, first.muxChannel,
                                           first.muxIndex, first.muxAddress, false);
-    VEK_LOG_DEBUG(TAG, "MegaRAID @ [%s]: Executed %zu ISTWI requests.", pci.c_str(), count);
+    VEK_LOG_DEBUG(TAG, "MegaRAID @ [%04x:%02x:%02x.%x]: Executed %zu ISTWI requests.", VEK_DSI_PCI_ADDRESS(device),
+                  count);
     return status;
 }
 
@@ -311,9 +315,9 @@ vekScrutinyInterface::populateEnclosureInfoWithUBMSiliconIdentityVersion(const _
                                           static_cast<uint16_t>(identity.size()), lastStatus);
     if (status != VEK_DSI_STATUS_SUCCESS) {
         VEK_LOG_ERROR(TAG,
-                      "MegaRAID @ [%s]: I2c Bus [%hu]: UBM Silicon Identity & Version command failure. "
+                      "MegaRAID @ [%04x:%02x:%02x.%x]: I2c Bus [%hu]: UBM Silicon Identity & Version command failure. "
                       "(dsiStatus=[%d], rData2[0]=[0x%02X])",
-                      pciAddressOf(device).c_str(), static_cast<unsigned short>(bus), status, lastStatus);
+                      VEK_DSI_PCI_ADDRESS(device), static_cast<unsigned short>(bus), status, lastStatus);
         return status;
     }
     segment.setUBMBackplaneSpecificationVersion(version(identity[0] >> 4, identity[0] & 0x0F));
@@ -335,9 +339,9 @@ _DSI_STATUS vekScrutinyInterface::populateEnclosureInfoWithUBMBackplaneInfo(cons
     const _DSI_STATUS status = ubmCommand(device, bus, UBM_COMMAND_BACKPLANE_INFO, info, sizeof info, lastStatus);
     if (status != VEK_DSI_STATUS_SUCCESS) {
         VEK_LOG_ERROR(TAG,
-                      "MegaRAID @ [%s]: I2c Bus [%hu]: UBM Backplane Info command failure. (dsiStatus=[%d], "
+                      "MegaRAID @ [%04x:%02x:%02x.%x]: I2c Bus [%hu]: UBM Backplane Info command failure. (dsiStatus=[%d], "
                       "rData2[0]=[0x%02X])",
-                      pciAddressOf(device).c_str(), static_cast<unsigned short>(bus), status, lastStatus);
+                      VEK_DSI_PCI_ADDRESS(device), static_cast<unsigned short>(bus), status, lastStatus);
         return status;
     }
     segment.setBoxNumber(info[0] & 0x0F);
@@ -353,9 +357,9 @@ _DSI_STATUS vekScrutinyInterface::populateEnclosureInfoWithUBMOperationalState(c
     const _DSI_STATUS status = ubmCommand(device, bus, UBM_COMMAND_OPERATIONAL_STATE, state, sizeof state, lastStatus);
     if (status != VEK_DSI_STATUS_SUCCESS) {
         VEK_LOG_ERROR(TAG,
-                      "MegaRAID @ [%s]: I2c Bus [%hu]: UBM Operational State command failure. (dsiStatus=[%d], "
+                      "MegaRAID @ [%04x:%02x:%02x.%x]: I2c Bus [%hu]: UBM Operational State command failure. (dsiStatus=[%d], "
                       "rData2[0]=[0x%02X])",
-                      pciAddressOf(device).c_str(), static_cast<unsigned short>(bus), status, lastStatus);
+                      VEK_DSI_PCI_ADDRESS(device), static_cast<unsigned short>(bus), status, lastStatus);
         return status;
     }
     segment.setUBMControllerOperationalState(vekUBMUtils::mapUBMControllerOperationState(state[0]));
@@ -382,8 +386,8 @@ _DSI_STATUS vekScrutinyInterface::populateEnclosureInfoWithUBMFRUNVRAMData(const
         status = VEK_DSI_STATUS_COMMAND_FAILED; // blank or foreign EEPROM
     }
     if (status != VEK_DSI_STATUS_SUCCESS) {
-        VEK_LOG_ERROR(TAG, "MegaRAID @ [%s]: I2c Bus [%hu]: UBM FRU NVRAM Read failure. (dsiStatus=[%d])",
-                      pciAddressOf(device).c_str(), static_cast<unsigned short>(bus), status);
+        VEK_LOG_ERROR(TAG, "MegaRAID @ [%04x:%02x:%02x.%x]: I2c Bus [%hu]: UBM FRU NVRAM Read failure. (dsiStatus=[%d])",
+                      VEK_DSI_PCI_ADDRESS(device), static_cast<unsigned short>(bus), status);
         return status;
     }
     readFRUNames(fru.data(), fru.size(), segment);

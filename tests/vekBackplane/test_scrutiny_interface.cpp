@@ -3,7 +3,6 @@
 // controllers and FRU EEPROMs come from $VEK_ROOT/sim/libscrutiny.json, with
 // FRU images made by the project's generator (testtools/frugen).
 
-#include "vekBroadcomRules.h"
 #include "vekScrutinyInterface.h"
 #include "vekSubjectShutdownNotifier.h"
 #include "vekTestRoot.h"
@@ -138,6 +137,7 @@ TEST_F(ScrutinyTest, FailingOrShortTransfersLeaveWhatTheOthersRead)
          " 0000/00000000 spec  image  box -1 state -1; " + names},
         {"a blank EEPROM", ubm + R"(, "fru": "sim/none.fru")", pic + "; |||; -1 bays:"},
         {"the bus cannot be reserved", all + R"(, "faults": {"reserve": "library"})", ""},
+        {"the bus cannot be released", all + R"(, "faults": {"release": "ioc"})", ""},
         {"nothing answers", "", ""},
     };
     dsi.initialize(&subject);
@@ -169,6 +169,7 @@ TEST_F(ScrutinyTest, APage43ThatCannotBeReadGivesNoSegments)
         {R"({"buses": [3], "mfi": 3})",
          "Dcmd passthrough call failed on controller @ [0000:3b:00.0] with command MFI status [0x3]", 0},
         {R"({"buses": [3], "dcmd": 9})", "Failed to read config page 43 header on controller @ [0000:3b:00.0].", 0},
+        {R"({"buses": [3], "mfi": [0, 3]})", "Failed to read config page 43 on controller @ [0000:3b:00.0].", 0},
         // A count beyond the entries the page holds: only those count.
         {R"({"buses": [3], "count": 200})", "Page #43 names 200 entries but holds 1.", 1},
     };
@@ -240,33 +241,6 @@ TEST_F(ScrutinyTest, ThreeFailedLoadsAreTheLastUntilReset)
     dsi.initialize(&subject);
     EXPECT_TRUE(log.contains("Subject shutdown has already started. Hence, initialization will be skipped."))
         << log.newText();
-}
-
-// On platform type 2 a backplane is reported only with firmware new enough
-// for its UBM controller; elsewhere the firmware is no reason to leave it out.
-TEST_F(ScrutinyTest, ASegmentWithTooOldFirmwareIsNotReportedOnPlatformType2)
-{
-    megaRAID(R"({"buses": [3, 5]})", R"("3": {"ubm": {"deviceCode": 5, "imageVersion": "1.5", "box": 1}},
-                                        "5": {"ubm": {"deviceCode": 5, "imageVersion": "1.06", "box": 2}})");
-    dsi.initialize(&subject);
-    dsi.cacheBuild();
-    ASSERT_EQ(dsi.getControllerList().size(), 1u);
-    const dsiControllerInfo& controller = *dsi.getControllerList()[0];
-    for (const int platform : {2, 4}) {
-        SCOPED_TRACE(platform);
-        vekLogTail log(vekTestMainLogPath());
-        std::vector<int> reported;
-        for (const dsiEnclosureSegmentInfo* s : dsi.getEnclosureSegmentList(kMegaRAID)) {
-            if (vekUBMBackplaneLocator("LSIMR_UBM_SUPP", platform).acceptEnclosureSegment(controller, *s)) {
-                reported.push_back(s->getI2CBusNumber());
-            }
-        }
-        EXPECT_EQ(reported, platform == 2 ? std::vector<int>{5} : (std::vector<int>{3, 5}));
-        EXPECT_EQ(log.contains("Enclosure on I2C Bus #[3]: Backplane [0x4417, 0x00000005, 1.5] failed to meet minimum "
-                               "firmware version requirement for UBM support; Enclosure will not be reported. "
-                               "(Minimum UBM controller/manager firmware version requirement [1.5 >= 1.06] not met.)"),
-                  platform == 2);
-    }
 }
 
 } // namespace

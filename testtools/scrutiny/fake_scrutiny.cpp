@@ -128,6 +128,15 @@ std::vector<uint8_t> page43(const Json::Value& page)
     return bytes;
 }
 
+// A page 43 status: one number for every read, or [header read, page read].
+uint32_t perRead(const Json::Value& value, bool headerRead)
+{
+    if (value.isArray()) {
+        return number(value.get(headerRead ? 0u : 1u, 0));
+    }
+    return number(value);
+}
+
 // What the UBM controller answers to a command; false for one it doesn't know.
 bool ubmAnswer(const Json::Value& ubm, uint8_t command, std::vector<uint8_t>& answer)
 {
@@ -363,10 +372,13 @@ _SCRUTINY_STATUS ScrutinyControllerDcmdPassthrough(unsigned* handle, _SCRUTINY_D
         return SCRUTINY_STATUS_INVALID_PARAMETER;
     }
     const Json::Value& page = (*c)["page43"];
-    if (const _SCRUTINY_STATUS forced = number(page["dcmd"])) {
+    const bool headerRead = wanted == MR_CONFIG_PAGE_HEADER_SIZE;
+    if (const _SCRUTINY_STATUS forced = perRead(page["dcmd"], headerRead)) {
         return forced;
     }
-    static_cast<uint8_t*>(dcmd->response)[0] = static_cast<uint8_t>(number(page["mfi"]));
+    // A failing command still leaves what it read in the buffer, as a
+    // controller may: only the MFI status tells that it is not to be trusted.
+    static_cast<uint8_t*>(dcmd->response)[0] = static_cast<uint8_t>(perRead(page["mfi"], headerRead));
     const std::vector<uint8_t> bytes = page43(page);
     memcpy(block + MR_CONFIG_PAGE_REQUEST_HEADER_SIZE, bytes.data(), std::min(bytes.size(), wanted));
     return SCRUTINY_STATUS_SUCCESS;
@@ -389,20 +401,24 @@ _SCRUTINY_STATUS ScrutinyControllerToolboxIstwiReadWrite(unsigned* handle, _SCRU
     const bool reserve = request->action == SCRUTINY_ISTWI_ACTION_RESERVE_BUS;
     if (reserve || request->action == SCRUTINY_ISTWI_ACTION_RELEASE_BUS) {
         const std::string fault = bus["faults"].get(reserve ? "reserve" : "release", "").asString();
+        const bool failing = fault == "library" || fault == "ioc";
+        std::lock_guard<std::mutex> lock(gStateLock);
+        const bool reserved = gReserved.count(key) != 0;
+        if (reserve && !failing && !reserved) {
+            gReserved.insert(key);
+            return SCRUTINY_STATUS_SUCCESS;
+        }
+        // A release frees the bus even when it reports a failure, so that one
+        // faulty release does not lock the bus for the tests that follow.
+        if (!reserve) {
+            gReserved.erase(key);
+        }
         if (fault == "library") {
             return kLibraryFault;
         }
-        std::lock_guard<std::mutex> lock(gStateLock);
-        const bool reserved = gReserved.count(key) != 0;
-        if (fault == "ioc" || reserved == reserve) {
+        if (failing || reserved == reserve) {
             ioc->iocStatus = kIOCBusNotReserved;
             ioc->iocLogInfo = kIOCLogInfo;
-            return SCRUTINY_STATUS_SUCCESS;
-        }
-        if (reserve) {
-            gReserved.insert(key);
-        } else {
-            gReserved.erase(key);
         }
         return SCRUTINY_STATUS_SUCCESS;
     }

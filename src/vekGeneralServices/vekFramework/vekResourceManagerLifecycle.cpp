@@ -13,7 +13,9 @@ namespace {
 const int kDefaultRefreshSeconds = 30;
 const int kIdlenessChecks = 3;
 const long kIdlenessCheckPauseSeconds = 3;
-const long kShutdownWaitSeconds = 10;
+const std::chrono::seconds kShutdownWait(10);
+// A faster clock does not make the job thread leave its build sooner.
+const std::chrono::seconds kShutdownWaitFloor(2);
 
 } // namespace
 
@@ -170,7 +172,7 @@ bool vekResourceManagerLifecycle::isStopRequested()
 bool vekResourceManagerLifecycle::waitUntilShutdownComplete()
 {
     std::unique_lock<std::mutex> lock(shutdownMutex_);
-    return shutdownCondition_.wait_for(lock, timeUtils::scaledSeconds(kShutdownWaitSeconds),
+    return shutdownCondition_.wait_for(lock, timeUtils::scaledAtLeast(kShutdownWait, kShutdownWaitFloor),
                                        [this] { return shutdownComplete_; });
 }
 

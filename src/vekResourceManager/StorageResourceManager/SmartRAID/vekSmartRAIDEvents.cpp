@@ -430,6 +430,8 @@ void vekSmartRAIDController::generateEventOnStatusChange(vekLogicalDiskInfo& vol
     volume.setState(now.state);
     volume.setHealth(now.health);
     if (reported == now.health || !isEventsEnabled()) {
+        VEK_LOG_DEBUG(TAG, "LD # %s stays in %s health; no event for [%s].", volume.getLogicalDiskID().c_str(),
+                      healthWord(now.health), eventText.c_str());
         reported = now.health;
         return;
     }

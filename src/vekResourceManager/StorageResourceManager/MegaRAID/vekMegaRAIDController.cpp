@@ -69,11 +69,12 @@ struct DiskPartNumberRow {
     const char* model;
     PartNumbers numbers;
 };
+// By the model of the inquiry data: an ATA drive's is cut to 16 characters.
 const DiskPartNumberRow kDiskPartNumbers[] = {
     {"ST1200MM0009", {"ZV4-HDD-1T2", "ZV4-HDD-1T2-SP", "ZR4-OPT-HDD12"}},
     {"ST2400MM0129", {"ZV4-HDD-2T4", "ZV4-HDD-2T4-SP", "ZR4-OPT-HDD24"}},
-    {"SAMSUNG MZ7LH960HAJR", {"ZV4-SSD-960", "ZV4-SSD-960-SP", "ZR4-OPT-SSD96"}},
-    {"SAMSUNG MZ7LH1T9HMLT", {"ZV4-SSD-1T9", "ZV4-SSD-1T9-SP", "ZR4-OPT-SSD19"}},
+    {"SAMSUNG MZ7LH960", {"ZV4-SSD-960", "ZV4-SSD-960-SP", "ZR4-OPT-SSD96"}},
+    {"SAMSUNG MZ7LH1T9", {"ZV4-SSD-1T9", "ZV4-SSD-1T9-SP", "ZR4-OPT-SSD19"}},
 };
 
 const PartNumbers* hbaPartNumbers(uint32_t chipsetID, uint32_t boardID)

@@ -556,7 +556,7 @@ uint32_t dcmd(const Json::Value& ctrl, _SL_LIB_CMD_PARAM_T* param)
         memcpy(input.pData, &lanes, sizeof lanes);
         return SL_SUCCESS;
     }
-    if (input.opCode == MR_DCMD_CTRL_GET_SAFEID) {
+    if (input.opCode == MR_DCMD_CTRL_GET_SAFEID && input.dataTransferLength > 0) {
         copyText(input.pData, input.dataTransferLength - 1, ctrl.get("safeId", "").asString());
         return SL_SUCCESS;
     }

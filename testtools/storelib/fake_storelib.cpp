@@ -21,6 +21,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -95,6 +96,27 @@ int driveState(const Json::Value& value)
     }
     const auto found = kStates.find(value.asString());
     return found != kStates.end() ? found->second : MR_PD_STATE_ONLINE;
+}
+
+// The index of the enclosure in the controller's enclosure list, as events
+// and drive information name it; 0xFF for one not listed.
+uint8_t enclosureIndex(const Json::Value& ctrl, uint32_t deviceId)
+{
+    for (Json::ArrayIndex i = 0; i < ctrl["enclosures"].size() && i < 64; ++i) {
+        if (ctrl["enclosures"][i].get("deviceId", 0).asUInt() == deviceId) {
+            return static_cast<uint8_t>(i);
+        }
+    }
+    return 0xFF;
+}
+
+std::vector<uint8_t> hexBytes(const std::string& text)
+{
+    std::vector<uint8_t> bytes;
+    for (size_t i = 0; i + 1 < text.size(); i += 2) {
+        bytes.push_back(static_cast<uint8_t>(strtoul(text.substr(i, 2).c_str(), nullptr, 16)));
+    }
+    return bytes;
 }
 
 int interfaceType(const std::string& word)
@@ -184,14 +206,14 @@ private:
                 callback = callback_;
             }
             _SL_EVENT_DETAIL_T detail;
-            fill(event, detail);
+            fill(controllerOf(scenario(), event.get("ctrl", 0).asUInt()), event, detail);
             if (callback != nullptr) {
                 callback(&detail);
             }
         }
     }
 
-    static void fill(const Json::Value& event, _SL_EVENT_DETAIL_T& detail)
+    static void fill(const Json::Value& ctrl, const Json::Value& event, _SL_EVENT_DETAIL_T& detail)
     {
         memset(&detail, 0, sizeof detail);
         detail.ctrlId = event.get("ctrl", 0).asUInt();
@@ -208,7 +230,7 @@ private:
         if (event.isMember("pd")) {
             _MR_EVT_ARG_PD pd{};
             pd.deviceId = static_cast<uint16_t>(event["pd"].get("deviceId", 0xFFFF).asUInt());
-            pd.enclIndex = static_cast<uint8_t>(event["pd"].get("enclosure", 0).asUInt());
+            pd.enclIndex = enclosureIndex(ctrl, event["pd"].get("enclosure", 0).asUInt());
             pd.slotNumber = static_cast<uint8_t>(event["pd"].get("slot", 0).asUInt());
             memcpy(evt.args + offset, &pd, sizeof pd);
         }
@@ -357,6 +379,7 @@ uint32_t pdInfo(const Json::Value& ctrl, _SL_LIB_CMD_PARAM_T* param)
         copyPadded(info.inquiryData + 36, 20, drive.get("serialNumber", "").asString());
         info.fwState = static_cast<uint16_t>(driveState(drive.get("state", "Online")));
         info.enclDeviceId = static_cast<uint16_t>(drive.get("enclosure", 0).asUInt());
+        info.enclIndex = enclosureIndex(ctrl, info.enclDeviceId);
         info.slotNumber = static_cast<uint8_t>(drive.get("slot", 0).asUInt());
         info.interfaceType = static_cast<uint8_t>(interfaceType(drive.get("interface", "SAS").asString()));
         info.mediaType = drive.get("media", "HDD").asString() == "SSD" ? 1 : 0;
@@ -503,7 +526,9 @@ uint32_t dcmd(const Json::Value& ctrl, _SL_LIB_CMD_PARAM_T* param)
         return SL_ERR_FAILED;
     }
     memset(input.pData, 0, input.dataTransferLength);
-    if (input.opCode == MR_DCMD_CTRL_MFC_MFG_GET && input.dataTransferLength >= sizeof(_MR_MFC_MFG)) {
+    // Manufacturing page 0 only.
+    if (input.opCode == MR_DCMD_CTRL_MFC_MFG_GET && input.dataTransferLength >= sizeof(_MR_MFC_MFG) &&
+        input.mbox[0] == 0) {
         copyText(input.pData, 15, ctrl.get("serialNumber", "").asString());
         return SL_SUCCESS;
     }
@@ -531,11 +556,90 @@ uint32_t dcmd(const Json::Value& ctrl, _SL_LIB_CMD_PARAM_T* param)
         memcpy(input.pData, &lanes, sizeof lanes);
         return SL_SUCCESS;
     }
-    if (input.opCode == MR_DCMD_CTRL_GET_SAFEID) {
+    if (input.opCode == MR_DCMD_CTRL_GET_SAFEID && input.dataTransferLength > 0) {
         copyText(input.pData, input.dataTransferLength - 1, ctrl.get("safeId", "").asString());
         return SL_SUCCESS;
     }
     return SL_ERR_FAILED;
+}
+
+Json::Value driveOf(const Json::Value& ctrl, uint16_t deviceId)
+{
+    for (const Json::Value& drive : ctrl["drives"]) {
+        if (drive.get("deviceId", 0).asUInt() == deviceId) {
+            return drive;
+        }
+    }
+    return Json::Value();
+}
+
+// What the drive answers to the CDB; false when it refuses it (check condition).
+bool driveAnswer(const Json::Value& drive, const uint8_t* cdb, std::vector<uint8_t>& answer)
+{
+    if (cdb[0] == SCSI_OP_INQUIRY && (cdb[1] & 0x01) != 0) {
+        std::string text;
+        if (cdb[2] == VPD_PAGE_UNIT_SERIAL_NUMBER) {
+            text = drive.get("vpdSerialNumber", drive.get("serialNumber", "")).asString();
+        } else if (cdb[2] == VPD_PAGE_DRIVE_VENDOR && drive.isMember("vpdVendor")) {
+            text = drive["vpdVendor"].asString();
+            text.resize(sizeof(_MR_VPD_PAGE_D0) - 4, ' ');
+        } else {
+            return false;
+        }
+        answer = {0, cdb[2], static_cast<uint8_t>(text.size() >> 8), static_cast<uint8_t>(text.size() & 0xFF)};
+        answer.insert(answer.end(), text.begin(), text.end());
+        return true;
+    }
+    if (cdb[0] == SCSI_OP_ATA_PASSTHRU_16 && cdb[14] == ATA_CMD_READ_LOG_EXT) {
+        char address[8];
+        snprintf(address, sizeof address, "%02x", cdb[8]);
+        const Json::Value& log = drive["ataLogs"][address];
+        if (!log.isString() || drive.get("interface", "SAS").asString() != "SATA") {
+            return false;
+        }
+        answer = hexBytes(log.asString());
+        // A log is read in whole blocks.
+        answer.resize((answer.size() + 511) / 512 * 512, 0);
+        return true;
+    }
+    return false;
+}
+
+// A SCSI command passed through to a drive: never more than the caller's
+// buffer holds, with the transfer's over- or underrun told.
+uint32_t scsiPassThru(const Json::Value& ctrl, _SL_LIB_CMD_PARAM_T* param)
+{
+    if (param->dataSize < SL_SCSI_PASSTHRU_HEADER || fails(ctrl, "scsi")) {
+        return SL_ERR_FAILED;
+    }
+    _SL_SCSI_PASSTHRU_T header;
+    memcpy(&header, param->pData, SL_SCSI_PASSTHRU_HEADER);
+    if (header.dataSize > param->dataSize - SL_SCSI_PASSTHRU_HEADER || header.cdbLength == 0 ||
+        header.cdbLength > sizeof header.cdb) {
+        return SL_ERR_FAILED;
+    }
+    const Json::Value drive = driveOf(ctrl, header.deviceId);
+    if (drive.isNull()) {
+        return SL_ERR_FAILED;
+    }
+    uint8_t* data = static_cast<uint8_t*>(param->pData) + SL_SCSI_PASSTHRU_HEADER;
+    std::vector<uint8_t> answer;
+    header.ioStatus = 0;
+    if (!driveAnswer(drive, header.cdb, answer)) {
+        header.scsiStatus = SL_SCSI_STATUS_CHECK_CONDITION;
+        header.dataSize = 0;
+    } else {
+        header.scsiStatus = SL_SCSI_STATUS_GOOD;
+        memcpy(data, answer.data(), std::min<size_t>(answer.size(), header.dataSize));
+        if (answer.size() > header.dataSize) {
+            header.ioStatus = SL_SCSI_IO_STATUS_DATA_OVERRUN;
+        } else if (answer.size() < header.dataSize) {
+            header.ioStatus = SL_SCSI_IO_STATUS_DATA_UNDERRUN;
+            header.dataSize = static_cast<uint32_t>(answer.size());
+        }
+    }
+    memcpy(param->pData, &header, SL_SCSI_PASSTHRU_HEADER);
+    return SL_SUCCESS;
 }
 
 uint32_t libraryRequest(const Json::Value& all, _SL_LIB_CMD_PARAM_T* param)
@@ -611,7 +715,9 @@ extern "C" __attribute__((visibility("default"))) uint32_t ProcessLibCommand(_SL
                : param->cmd == SL_LD_GET_PD_MAP ? ldPdMap(ctrl, param)
                                                 : SL_ERR_FAILED;
     case SL_CMD_TYPE_PASSTHRU:
-        return param->cmd == SL_PASSTHRU_DCMD ? dcmd(ctrl, param) : SL_ERR_FAILED;
+        return param->cmd == SL_PASSTHRU_DCMD   ? dcmd(ctrl, param)
+               : param->cmd == SL_PASSTHRU_SCSI ? scsiPassThru(ctrl, param)
+                                                : SL_ERR_FAILED;
     case SL_CMD_TYPE_EVENT:
         return param->cmd == SL_EVENT_GET_SEQ_INFO ? eventLogInfo(all, param) : SL_ERR_FAILED;
     default:

@@ -10,6 +10,7 @@
 #include "vekMegaRAIDConsistencyCheckEventHandler.h"
 #include "vekMegaRAIDUBMSupport.h"
 #include "vekMegaRAIDLogicalDiskConsistencyCheckState.h"
+#include "vekPCIVendorsMap.h"
 #include "vekPhysLocFactory.h"
 
 #include <strings.h>
@@ -47,6 +48,54 @@ const DriveLocationRow kDriveLocation[] = {
     {vekStorageChipsetID(0x1000, 0x10E2), 0x40101000, DRIVES_THROUGH_UBM},
     {vekStorageChipsetID(0x1000, 0x005D), 0x93611000, DRIVES_WITHOUT_LOCATION},
 };
+
+// The maker's part numbers of the adapters and drives it ships.
+struct PartNumbers {
+    const char* partNumber;
+    const char* sparePartNumber;
+    const char* skuPartNumber;
+};
+struct HBAPartNumberRow {
+    uint32_t chipsetID;
+    uint32_t boardID;
+    PartNumbers numbers;
+};
+const HBAPartNumberRow kHBAPartNumbers[] = {
+    {vekStorageChipsetID(0x1000, 0x10E2), 0x40001000, {"ZV4-RAID-9560-16I", "ZV4-RAID-9560-16I-SP", "ZR4-OPT-R9560"}},
+    {vekStorageChipsetID(0x1000, 0x10E2), 0x40101000, {"ZV4-RAID-9560-8I", "ZV4-RAID-9560-8I-SP", "ZR4-OPT-R9560-8"}},
+    {vekStorageChipsetID(0x1000, 0x005D), 0x93611000, {"ZV4-RAID-9361-8I", "ZV4-RAID-9361-8I-SP", "ZR4-OPT-R9361"}},
+};
+struct DiskPartNumberRow {
+    const char* model;
+    PartNumbers numbers;
+};
+// By the model of the inquiry data: an ATA drive's is cut to 16 characters.
+const DiskPartNumberRow kDiskPartNumbers[] = {
+    {"ST1200MM0009", {"ZV4-HDD-1T2", "ZV4-HDD-1T2-SP", "ZR4-OPT-HDD12"}},
+    {"ST2400MM0129", {"ZV4-HDD-2T4", "ZV4-HDD-2T4-SP", "ZR4-OPT-HDD24"}},
+    {"SAMSUNG MZ7LH960", {"ZV4-SSD-960", "ZV4-SSD-960-SP", "ZR4-OPT-SSD96"}},
+    {"SAMSUNG MZ7LH1T9", {"ZV4-SSD-1T9", "ZV4-SSD-1T9-SP", "ZR4-OPT-SSD19"}},
+};
+
+const PartNumbers* hbaPartNumbers(uint32_t chipsetID, uint32_t boardID)
+{
+    for (const HBAPartNumberRow& row : kHBAPartNumbers) {
+        if (row.chipsetID == chipsetID && row.boardID == boardID) {
+            return &row.numbers;
+        }
+    }
+    return nullptr;
+}
+
+const PartNumbers* diskPartNumbers(const std::string& model)
+{
+    for (const DiskPartNumberRow& row : kDiskPartNumbers) {
+        if (model == row.model) {
+            return &row.numbers;
+        }
+    }
+    return nullptr;
+}
 
 // Firmware codes of a drive's predictive failure (SMART trip and its kin).
 const std::set<uint32_t> kPredictiveFailureCodes = {97, 359};
@@ -111,6 +160,50 @@ VEK_RESOURCE_HEALTH vekMegaRAIDController::getHealthEnum(int health)
     }
 }
 
+bool vekMegaRAIDController::getHBAPartNumber(uint32_t chipsetID, uint32_t boardID, std::string& partNumber,
+                                             std::string& sparePartNumber)
+{
+    const PartNumbers* numbers = hbaPartNumbers(chipsetID, boardID);
+    if (numbers == nullptr) {
+        return false;
+    }
+    partNumber = numbers->partNumber;
+    sparePartNumber = numbers->sparePartNumber;
+    return true;
+}
+
+bool vekMegaRAIDController::getHBASkuPartNumber(uint32_t chipsetID, uint32_t boardID, std::string& skuPartNumber)
+{
+    const PartNumbers* numbers = hbaPartNumbers(chipsetID, boardID);
+    if (numbers == nullptr) {
+        return false;
+    }
+    skuPartNumber = numbers->skuPartNumber;
+    return true;
+}
+
+bool vekMegaRAIDController::getDiskPartNumber(const std::string& model, std::string& partNumber,
+                                              std::string& sparePartNumber)
+{
+    const PartNumbers* numbers = diskPartNumbers(model);
+    if (numbers == nullptr) {
+        return false;
+    }
+    partNumber = numbers->partNumber;
+    sparePartNumber = numbers->sparePartNumber;
+    return true;
+}
+
+bool vekMegaRAIDController::getDiskSkuPartNumber(const std::string& model, std::string& skuPartNumber)
+{
+    const PartNumbers* numbers = diskPartNumbers(model);
+    if (numbers == nullptr) {
+        return false;
+    }
+    skuPartNumber = numbers->skuPartNumber;
+    return true;
+}
+
 VEK_RESOURCE_STATE vekMegaRAIDController::getStateEnum(const std::string& word)
 {
     for (int value = 0; value < VEK_RESOURCE_STATE_COUNT; ++value) {
@@ -158,12 +251,26 @@ int vekMegaRAIDController::discoverInventory(vekStorageControllerInfo& info)
     unsigned char flags = 0;
     const char* model = getStorageControllerModel(ChipsetID, BoardID, VEK_STORAGE_FAMILY_ALL, flags);
     currentInfo_.setModel(model != nullptr ? model : ctrl.model);
+    std::string partNumber, sparePartNumber, skuPartNumber;
+    if (getHBAPartNumber(ChipsetID, BoardID, partNumber, sparePartNumber)) {
+        currentInfo_.setPartNumber(partNumber);
+        currentInfo_.setSparePartNumber(sparePartNumber);
+    }
+    if (getHBASkuPartNumber(ChipsetID, BoardID, skuPartNumber)) {
+        currentInfo_.setSkuPartNumber(skuPartNumber);
+    }
 
     const std::string geoID = vekIOGeoIDHelper::getInstance().getGeoIDStr(PciLocation);
     currentInfo_.setDescription("PCI " + PciLocation + " " + geoID);
     currentInfo_.setPhysicalLocation(vekPhysLocFactory::getPhysLocInterface()->getPhysLocForPCIDevice(PciLocation));
     std::string manufacturer;
-    discoverManufacturer(manufacturer);
+    if (discoverManufacturer(manufacturer) != 0 || manufacturer.empty()) {
+        // The library read the subsystem vendor where the OS lists no device.
+        char vendor[8];
+        snprintf(vendor, sizeof vendor, "%04x", getControllerVendorID());
+        const auto found = vekPCIVendorsMap.find(vendor);
+        manufacturer = found != vekPCIVendorsMap.end() ? found->second : std::string();
+    }
     currentInfo_.setManufacturer(manufacturer);
     if (currentInfo_.getState() == VEK_STATE_UNKNOWN && currentInfo_.getHealth() == VEK_HEALTH_UNKNOWN) {
         currentInfo_.setState(VEK_STATE_RUNNING);
@@ -254,6 +361,14 @@ void vekMegaRAIDController::discoverPhysicalDiskAttributes(vekDiskInfo& disk, co
     VEK_LOG_DEBUG(TAG, "Disk on MegaRAID HBA @ pciloc=[%s] at slot=[%s]: phyloc=[%s], Decoded PL=[%s]",
                   PciLocation.c_str(), disk.getSlot().c_str(), disk.getPhysicalLocation().c_str(),
                   disk.getDecodedPhysicalLocation().c_str());
+    std::string partNumber, sparePartNumber, skuPartNumber;
+    if (getDiskPartNumber(pd.model, partNumber, sparePartNumber)) {
+        disk.setPartNumber(partNumber);
+        disk.setSparePartNumber(sparePartNumber);
+    }
+    if (getDiskSkuPartNumber(pd.model, skuPartNumber)) {
+        disk.setSkuPartNumber(skuPartNumber);
+    }
 }
 
 int vekMegaRAIDController::discoverPhysicalDiskInventory(std::vector<vekDiskInfo>& disks)
@@ -636,7 +751,11 @@ void vekMegaRAIDController::raiseDriveEvent(vekDiskInfo& disk, VEK_RESOURCE_STAT
     }
     if (health == VEK_HEALTH_CRITICAL && disk.getEventHealth() == VEK_HEALTH_CRITICAL &&
         !(critical && forwardAllCritical_)) {
-        VEK_LOG_INFO(TAG, "Ignoring FATAL event as device already in CRITICAL state");
+        if (detail.code == MR_EVT_PD_NOT_RESPONDING_FAILED) {
+            VEK_LOG_INFO(TAG, "Dropping the event 389 as device already in CRITICAL state.");
+        } else {
+            VEK_LOG_INFO(TAG, "Ignoring FATAL event as device already in CRITICAL state");
+        }
         return;
     }
     disk.setState(state);
@@ -738,12 +857,39 @@ void vekMegaRAIDController::analyzePDEvent(VEK_SAS_EVENT_DETAIL& detail)
     }
 }
 
-void vekMegaRAIDController::analyzeControllerEvent(VEK_SAS_EVENT_DETAIL& detail)
+void vekMegaRAIDController::analyzeBBUEvent(VEK_SAS_EVENT_DETAIL& detail)
 {
-    if (detail.locale == "BBU_EVENT") {
+    // The battery is a FRU of the controller: its failure and its recovery
+    // are the controller's events, each told once.
+    const bool failed = detail.code == MR_EVT_BBU_FAILED || detail.code == MR_EVT_BBU_REPLACE_BATTERY;
+    const bool good = detail.code == MR_EVT_BBU_GOOD || detail.code == MR_EVT_BBU_REPLACED;
+    const VEK_RESOURCE_HEALTH before = currentInfo_.getEventHealth();
+    // A good battery doesn't end a fault of the controller itself.
+    if ((!failed && !good) || (good && before == VEK_HEALTH_CRITICAL)) {
         VEK_LOG_INFO(TAG, "Ignoring BBU event (%d: %s) class [%d] received for controller [%s].",
                      static_cast<int>(detail.code), detail.description.c_str(), detail.eventClass,
                      deviceName_.c_str());
+        return;
+    }
+    if (failed && (before == VEK_HEALTH_WARNING || before == VEK_HEALTH_CRITICAL)) {
+        VEK_LOG_INFO(TAG, "Skipping the event as fru is already BAD state");
+        return;
+    }
+    if (good && before == VEK_HEALTH_OK) {
+        VEK_LOG_INFO(TAG, "Skipping the event as fru is already OK");
+        return;
+    }
+    currentInfo_.setEventState(failed ? VEK_STATE_DEGRADED : VEK_STATE_RUNNING);
+    currentInfo_.setEventHealth(failed ? VEK_HEALTH_WARNING : VEK_HEALTH_OK);
+    currentInfo_.setEventInfoString(getAddEventInfo(detail));
+    raiseEvent(failed ? IELEVENT::IEL_STORAGE_CONTROLLER_FAULT : IELEVENT::IEL_STORAGE_CONTROLLER_OK,
+               currentInfo_.getPhysicalLocation(), failed, currentInfo_);
+}
+
+void vekMegaRAIDController::analyzeControllerEvent(VEK_SAS_EVENT_DETAIL& detail)
+{
+    if (detail.locale == "BBU_EVENT") {
+        analyzeBBUEvent(detail);
         return;
     }
     if (detail.eventClass < VEK_SAS_EVENT_CLASS_CRITICAL) {

@@ -50,6 +50,17 @@ public:
     // A state word of the firmware in the service's terms; Unknown when none matches.
     static VEK_RESOURCE_STATE getStateEnum(const std::string& word);
 
+    // The maker's part numbers of a supported adapter model; false for a model
+    // the table doesn't know.
+    static bool getHBAPartNumber(uint32_t chipsetID, uint32_t boardID, std::string& partNumber,
+                                 std::string& sparePartNumber);
+    static bool getHBASkuPartNumber(uint32_t chipsetID, uint32_t boardID, std::string& skuPartNumber);
+    // The same for a drive, by the model its inquiry data gives.
+    static bool getDiskPartNumber(const std::string& model, std::string& partNumber, std::string& sparePartNumber);
+    static bool getDiskSkuPartNumber(const std::string& model, std::string& skuPartNumber);
+    // The PCI subsystem vendor of the controller, as the library reads it.
+    uint16_t getControllerVendorID() const { return static_cast<uint16_t>(BoardID & 0xFFFF); }
+
     bool generateEventOnStatusChange(vekDiskInfo* current, vekDiskInfo* previous);
     bool generateEventOnStatusChange(vekLogicalDiskInfo* current, vekLogicalDiskInfo* previous);
 
@@ -78,6 +89,7 @@ private:
     void analyzeLDEvent(VEK_SAS_EVENT_DETAIL& detail);
     void analyzePDEvent(VEK_SAS_EVENT_DETAIL& detail);
     void analyzeControllerEvent(VEK_SAS_EVENT_DETAIL& detail);
+    void analyzeBBUEvent(VEK_SAS_EVENT_DETAIL& detail);
     vekDiskInfo* findDiskBySlot(int enclosure, int slot);
     // Sets the drive's event state and raises the event, unless a guard drops it.
     void raiseDriveEvent(vekDiskInfo& disk, VEK_RESOURCE_STATE state, VEK_RESOURCE_HEALTH health, int kind,

@@ -5,8 +5,6 @@
 #include "vekMegaRAIDUBMSupport.h"
 #include "vekPlatformServices.h"
 #include "vekStoreLibInterface.h"
-#include "vekSubjectShutdownNotifier.h"
-#include "vekSubjectShutdownObserver.h"
 
 namespace {
 
@@ -34,31 +32,10 @@ vekMegaRAIDControllerFactory::~vekMegaRAIDControllerFactory() = default;
 bool vekMegaRAIDControllerFactory::initialize(vekOSInterface* osInterface, ISubject* shutdownSubject)
 {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    if (initialized_) {
-        VEK_LOG_DEBUG(TAG, "Factory[%p]: Already initialized.", static_cast<void*>(this));
-        return true;
-    }
-    osInterface_ = osInterface;
-    shutdownSubject_ = shutdownSubject;
-    initialized_ = true;
-    if (shutdownSubject == nullptr) {
-        VEK_LOG_DEBUG(TAG, "Factory[%p]: No shutdown subject specified during initialization process.",
-                      static_cast<void*>(this));
-        return true;
-    }
-    auto* notifier = dynamic_cast<vekSubjectShutdownNotifier*>(shutdownSubject);
-    if (notifier != nullptr && notifier->isSubjectShutdownInitiated()) {
-        VEK_LOG_DEBUG(TAG, "Subject shutdown has already started. Hence, initialization will be skipped.");
-        return true;
-    }
-    shutdownObserver_.reset(new vekSubjectShutdownObserver("vekMegaRAIDControllerFactory"));
-    const vekObservableStatus status = shutdownSubject->attach(shutdownObserver_.get(), VEK_OBSERVABLE_ASPECT_SHUTDOWN);
-    if (status != VEK_OBSERVABLE_STATUS_SUCCESS) {
-        VEK_LOG_WARNING(TAG, "Factory[%p]: Registration with shutdown subject failed (status: %d).",
-                        static_cast<void*>(this), status);
-    } else {
-        VEK_LOG_DEBUG(TAG, "Factory[%p]: Successfully registered to receive subject shutdown notification.",
-                      static_cast<void*>(this));
+    init_.initialize(TAG, this, "vekMegaRAIDControllerFactory", osInterface, shutdownSubject);
+    // The UBM support of the first pass registers with the same subject.
+    if (shutdownSubject_ == nullptr) {
+        shutdownSubject_ = shutdownSubject;
     }
     return true;
 }
@@ -140,7 +117,7 @@ int vekMegaRAIDControllerFactory::discoverControllers(std::vector<IvekStorageCon
                 }
             }
             if (!found) {
-                auto* controller = new vekMegaRAIDController(osInterface_);
+                auto* controller = new vekMegaRAIDController(init_.osInterface());
                 controller->setControllerId(ctrl.ctrlId);
                 controller->setDeviceName(ctrl.serialNumber);
                 controller->setDeviceDetected(true);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "IvekStorageControllerFactory.h"
+#include "vekStorageFactoryInit.h"
 
 #include <memory>
 #include <mutex>
@@ -8,7 +9,6 @@
 #include <vector>
 
 class vekMegaRAIDController;
-class vekSubjectShutdownObserver;
 
 // The factory of the MegaRAID controllers that libstorelib.so serves: what
 // the library lists is created, what it no longer lists is removed.
@@ -42,9 +42,7 @@ private:
 
     std::vector<vekMegaRAIDController*> controllers_;
     std::recursive_mutex mutex_;
-    std::unique_ptr<vekSubjectShutdownObserver> shutdownObserver_;
-    vekOSInterface* osInterface_ = nullptr;
-    bool initialized_ = false;
+    vekStorageFactoryInit init_;
     bool firstPass_ = true;
     // Whether the UBM support of backplane platforms came up on the first pass.
     bool isScrutinyInitialized = false;

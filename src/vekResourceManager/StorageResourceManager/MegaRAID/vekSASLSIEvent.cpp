@@ -284,13 +284,25 @@ void vekSASLSIEvent::AENCallBack(_SL_EVENT_DETAIL_T* detail)
             }
             event.ctrlSerialNumber = ctrl.serialNumber;
             if (event.locale == "PD_EVENT") {
-                if (!readPDArgument(event.body, event.pdEnclosure, event.pdSlot, event.pdBlock)) {
+                // Events name a drive's enclosure by its index, the cache by its device id.
+                int enclosureIndex = -1;
+                int slot = -1;
+                if (!readPDArgument(event.body, enclosureIndex, slot, event.pdBlock)) {
                     VEK_LOG_INFO(TAG, "Ignoring LSI MegaRAID PD-locale event argument type: [%d]; Event code: [0x%x]",
                                  event.body.argType, event.code);
-                } else if (event.code == 91 || event.code == 114) {
-                    VEK_LOG_INFO(TAG, "Resetting retry/failure counters on PD inserted/state-change event @ [%d:%d].",
-                                 event.pdEnclosure, event.pdSlot);
-                    lib.resetPDRetryCounter(event.ctrlId, event.pdEnclosure, event.pdSlot);
+                } else if (!lib.getEnclosureDeviceId(event.ctrlId, enclosureIndex, event.pdEnclosure)) {
+                    VEK_LOG_INFO(TAG,
+                                 "Enclosure index [%d] of event (0x%x) not in the enclosure list of controller [%u].",
+                                 enclosureIndex, event.code, event.ctrlId);
+                    event.pdEnclosure = -1;
+                } else {
+                    event.pdSlot = slot;
+                    if (event.code == 91 || event.code == 114) {
+                        VEK_LOG_INFO(TAG,
+                                     "Resetting retry/failure counters on PD inserted/state-change event @ [%d:%d].",
+                                     event.pdEnclosure, event.pdSlot);
+                        lib.resetPDRetryCounter(event.ctrlId, event.pdEnclosure, event.pdSlot);
+                    }
                 }
             } else if (event.locale == "LD_EVENT") {
                 if (!readLDArgument(event.body, event.ldTargetId)) {

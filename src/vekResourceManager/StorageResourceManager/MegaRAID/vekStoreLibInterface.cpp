@@ -97,8 +97,7 @@ bool vekStoreLibInterface::vekStoreInit()
     auto entry = reinterpret_cast<ProcessLibCommandFunction>(dlsym(handle_, "ProcessLibCommand"));
     if (entry == nullptr) {
         VEK_LOG_ERROR(TAG, "Unable to get Entry Point function address Exiting.");
-        dlclose(handle_);
-        handle_ = nullptr;
+        unloadDLLs();
         return false;
     }
     struct sigaction action {};
@@ -108,6 +107,8 @@ bool vekStoreLibInterface::vekStoreInit()
 
     VEK_LOG_INFO(TAG, "Initializing library for MegaRAID SAS Controller...");
     pfnProcessLibCommandMR = entry;
+    pfnProcessLibCommand = entry;
+    currentCtrlIndex_ = -1;
     initializeMRsuccessful = true;
     const uint32_t status = libraryCommand(SL_CMD_TYPE_LIBRARY, SL_LIB_INIT, 0, &gCtrlListMR, sizeof gCtrlListMR);
     if (status != SL_SUCCESS) {
@@ -130,12 +131,13 @@ bool vekStoreLibInterface::vekStoreInit()
         VEK_LOG_ERROR(TAG, "InitLib failed for MegaRAID SAS Controller!!");
         initializeMRsuccessful = false;
         pfnProcessLibCommandMR = nullptr;
+        pfnProcessLibCommand = nullptr;
         return false;
     }
     if (gCtrlListMR.simulationMode == 1) {
         VEK_LOG_WARNING(TAG, "MegaRAID SAS Controller is running under Simulation Mode.");
     }
-    gTotalControllers = std::min<uint32_t>(gCtrlListMR.count, SL_MAX_CONTROLLERS);
+    mergeControllerLists(gCtrlListMR);
     if (gTotalControllers == 0) {
         VEK_LOG_INFO(TAG, "No LSI MR controllers found");
     }
@@ -147,22 +149,51 @@ void vekStoreLibInterface::UnInitializeLibrary()
     std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
     if (pfnProcessLibCommandMR != nullptr) {
         VEK_LOG_INFO(TAG, "UnInitializing library for MegaRAID SAS Controller.");
+        currentCtrlIndex_ = -1;
         if (libraryCommand(SL_CMD_TYPE_LIBRARY, SL_LIB_EXIT, 0, nullptr, 0) != SL_SUCCESS) {
             VEK_LOG_ERROR(TAG, "ExitLib failed for MegaRAID SAS Controller");
         }
     }
     pfnProcessLibCommandMR = nullptr;
+    pfnProcessLibCommand = nullptr;
     initializeMRsuccessful = false;
-    if (handle_ != nullptr) {
-        dlclose(handle_);
-        handle_ = nullptr;
+    memset(&gCtrlList, 0, sizeof gCtrlList);
+    gTotalControllers = 0;
+    unloadDLLs();
+}
+
+void vekStoreLibInterface::unloadDLL(void*& handle)
+{
+    if (handle != nullptr) {
+        dlclose(handle);
+        handle = nullptr;
     }
+}
+
+void vekStoreLibInterface::unloadDLLs() { unloadDLL(handle_); }
+
+void vekStoreLibInterface::mergeControllerLists(const _SL_CTRL_LIST_T& mr)
+{
+    memset(&gCtrlList, 0, sizeof gCtrlList);
+    gCtrlList.simulationMode = mr.simulationMode;
+    const uint32_t count = std::min<uint32_t>(mr.count, SL_MAX_CONTROLLERS);
+    for (uint32_t i = 0; i < count; ++i) {
+        gCtrlList.ctrlId[i] = (SL_CTRL_KIND_MR << 24) | (mr.ctrlId[i] & 0x00FFFFFF);
+    }
+    gCtrlList.count = static_cast<uint16_t>(count);
+    gTotalControllers = count;
+    // An index of the old list means nothing in the new one.
+    currentCtrlIndex_ = -1;
 }
 
 uint32_t vekStoreLibInterface::ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T& param)
 {
     std::unique_lock<std::recursive_timed_mutex> lock(cache_lock);
-    const ProcessLibCommandFunction entry = pfnProcessLibCommandMR;
+    if (currentCtrlIndex_ >= 0 && static_cast<uint32_t>(currentCtrlIndex_) < gTotalControllers &&
+        (gCtrlList.ctrlId[currentCtrlIndex_] >> 24) == SL_CTRL_KIND_MR && pfnProcessLibCommandMR != nullptr) {
+        pfnProcessLibCommand = pfnProcessLibCommandMR;
+    }
+    const ProcessLibCommandFunction entry = pfnProcessLibCommand;
     if (entry == nullptr) {
         return SL_ERR_INIT_NOT_DONE;
     }
@@ -190,9 +221,24 @@ std::vector<uint32_t> vekStoreLibInterface::getLibraryControllerIds()
     std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
     std::vector<uint32_t> ids;
     for (uint32_t i = 0; i < gTotalControllers; ++i) {
-        ids.push_back(gCtrlListMR.ctrlId[i] & 0x00FFFFFF);
+        ids.push_back(gCtrlList.ctrlId[i] & 0x00FFFFFF);
     }
     return ids;
+}
+
+bool vekStoreLibInterface::getEnclosureDeviceId(uint32_t ctrlId, int index, int& deviceId)
+{
+    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    const auto ctrl = enclosures_.find(ctrlId);
+    if (ctrl == enclosures_.end()) {
+        return false;
+    }
+    const auto found = ctrl->second.find(index);
+    if (found == ctrl->second.end()) {
+        return false;
+    }
+    deviceId = found->second;
+    return true;
 }
 
 // ---------------------------------------------------------------- requests
@@ -257,6 +303,12 @@ uint32_t vekStoreLibInterface::FirePDInfo(uint32_t ctrlId, uint16_t deviceId, _M
     return ProcessLibCommandCall(param);
 }
 
+uint32_t vekStoreLibInterface::GetEnclListFunc(uint32_t ctrlId, _MR_ENCL_LIST& list)
+{
+    memset(&list, 0, sizeof list);
+    return libraryCommand(SL_CMD_TYPE_CONTROLLER, SL_CTRL_GET_ENCL_LIST, ctrlId, &list, sizeof list);
+}
+
 uint32_t vekStoreLibInterface::GetLDListFunc(uint32_t ctrlId, _MR_LD_LIST& list)
 {
     memset(&list, 0, sizeof list);
@@ -305,10 +357,11 @@ uint32_t vekStoreLibInterface::IssueEventSequenceInfo(uint32_t ctrlId, _MR_EVT_L
 }
 
 uint32_t vekStoreLibInterface::sendDCMDPassThru(uint32_t ctrlId, uint32_t opCode, void* data, uint32_t length,
-                                                const char* what)
+                                                const char* what, uint8_t mbox0)
 {
     _SL_DCMD_INPUT_T dcmd{};
     dcmd.opCode = opCode;
+    dcmd.mbox[0] = mbox0;
     dcmd.dir = SL_DCMD_DIR_READ;
     dcmd.dataTransferLength = length;
     dcmd.pData = data;
@@ -318,6 +371,97 @@ uint32_t vekStoreLibInterface::sendDCMDPassThru(uint32_t ctrlId, uint32_t opCode
     } else if (status != SL_SUCCESS) {
         VEK_LOG_ERROR(TAG, "ProcessLibCommandCall failed on controller (ID: [%u]) when retrieving %s! (0x%x)", ctrlId,
                       what, status);
+    }
+    return status;
+}
+
+uint32_t vekStoreLibInterface::GetMFCMFG(uint32_t ctrlId, _MR_MFC_MFG& out, uint8_t page)
+{
+    memset(&out, 0, sizeof out);
+    return sendDCMDPassThru(ctrlId, MR_DCMD_CTRL_MFC_MFG_GET, &out, sizeof out, "manufacturing data", page);
+}
+
+uint32_t vekStoreLibInterface::getCtrlSafeID(uint32_t ctrlId, char (&out)[41])
+{
+    memset(out, 0, sizeof out);
+    const uint32_t status = sendDCMDPassThru(ctrlId, MR_DCMD_CTRL_GET_SAFEID, out, sizeof out, "safe ID");
+    out[sizeof out - 1] = '\0';
+    return status;
+}
+
+uint32_t vekStoreLibInterface::fireSCSIPassThru(uint32_t ctrlId, uint16_t deviceId, const uint8_t* cdb,
+                                                uint8_t cdbLength, uint8_t* data, uint32_t& length)
+{
+    std::vector<uint8_t> buffer(SL_SCSI_PASSTHRU_HEADER + length, 0);
+    _SL_SCSI_PASSTHRU_T header{};
+    header.deviceId = deviceId;
+    header.cdbLength = std::min<uint8_t>(cdbLength, sizeof header.cdb);
+    header.dir = SL_DCMD_DIR_READ;
+    header.timeoutSeconds = 30;
+    memcpy(header.cdb, cdb, header.cdbLength);
+    header.dataSize = length;
+    memcpy(buffer.data(), &header, SL_SCSI_PASSTHRU_HEADER);
+
+    _SL_LIB_CMD_PARAM_T param{};
+    param.cmdType = SL_CMD_TYPE_PASSTHRU;
+    param.cmd = SL_PASSTHRU_SCSI;
+    param.ctrlId = ctrlId;
+    param.pdDeviceId = deviceId;
+    param.dataSize = static_cast<uint32_t>(buffer.size());
+    param.pData = buffer.data();
+    const uint32_t status = ProcessLibCommandCall(param);
+    if (status != SL_SUCCESS) {
+        VEK_LOG_ERROR(TAG, "ProcessLibCommandCall failed!! retVal 0x%x", status);
+        length = 0;
+        return status;
+    }
+    memcpy(&header, buffer.data(), SL_SCSI_PASSTHRU_HEADER);
+    // A short or long transfer is usual for pages of a drive's own length:
+    // what arrived is used.
+    uint32_t arrived = length;
+    if (header.ioStatus == SL_SCSI_IO_STATUS_DATA_UNDERRUN) {
+        VEK_LOG_DEBUG(TAG, "SCSI DATA UNDERRUN");
+        arrived = std::min(header.dataSize, length);
+    } else if (header.ioStatus == SL_SCSI_IO_STATUS_DATA_OVERRUN) {
+        VEK_LOG_DEBUG(TAG, "SCSI DATA OVERRUN");
+    } else if (header.ioStatus != 0) {
+        length = 0;
+        return header.ioStatus;
+    }
+    if (header.scsiStatus != SL_SCSI_STATUS_GOOD) {
+        length = 0;
+        return header.scsiStatus;
+    }
+    memcpy(data, buffer.data() + SL_SCSI_PASSTHRU_HEADER, arrived);
+    length = arrived;
+    return SL_SUCCESS;
+}
+
+uint32_t vekStoreLibInterface::fireSCSIVPDInquiry(uint32_t ctrlId, uint16_t deviceId, uint8_t page, uint8_t* data,
+                                                  uint32_t& length)
+{
+    length = std::min<uint32_t>(length, 0xFFFF);
+    const uint8_t cdb[6] = {SCSI_OP_INQUIRY, 0x01, page, static_cast<uint8_t>(length >> 8),
+                            static_cast<uint8_t>(length & 0xFF), 0};
+    return fireSCSIPassThru(ctrlId, deviceId, cdb, sizeof cdb, data, length);
+}
+
+uint32_t vekStoreLibInterface::FireATAReadLogExt(uint32_t ctrlId, uint16_t deviceId, uint8_t page, uint8_t* buffer,
+                                                 uint32_t size)
+{
+    const uint32_t blocks = std::min<uint32_t>(size / 512, 0xFFFF);
+    uint8_t cdb[16] = {0};
+    cdb[0] = SCSI_OP_ATA_PASSTHRU_16;
+    cdb[1] = 4 << 1;   // PIO data-in
+    cdb[2] = 0x0E;     // from the device, count in blocks, in the sector count field
+    cdb[5] = static_cast<uint8_t>(blocks >> 8);
+    cdb[6] = static_cast<uint8_t>(blocks & 0xFF);
+    cdb[8] = page;     // the log address; its first page
+    cdb[14] = ATA_CMD_READ_LOG_EXT;
+    uint32_t length = blocks * 512;
+    const uint32_t status = fireSCSIPassThru(ctrlId, deviceId, cdb, sizeof cdb, buffer, length);
+    if (status == SL_SUCCESS && length < blocks * 512) {
+        memset(buffer + length, 0, blocks * 512 - length);
     }
     return status;
 }
@@ -442,16 +586,62 @@ void vekStoreLibInterface::cacheBuild(const std::string& selector)
 
 std::string vekStoreLibInterface::getControllerSerialNo(uint32_t ctrlId, const _MR_CTRL_INFO* info)
 {
-    uint8_t safeId[41] = {0};
-    sendDCMDPassThru(ctrlId, MR_DCMD_CTRL_GET_SAFEID, safeId, sizeof safeId, "safe ID");
-    _MR_MFC_MFG mfg{};
-    if (sendDCMDPassThru(ctrlId, MR_DCMD_CTRL_MFC_MFG_GET, &mfg, sizeof mfg, "manufacturing data") == SL_SUCCESS) {
+    char safeId[41];
+    if (getCtrlSafeID(ctrlId, safeId) == SL_SUCCESS) {
+        VEK_LOG_DEBUG(TAG, "CtrlId [%u]: Safe ID [%s]", ctrlId, safeId);
+    }
+    // The board's own record first: the controller information's copy is
+    // empty on some firmware.
+    _MR_MFC_MFG mfg;
+    if (GetMFCMFG(ctrlId, mfg, 0) == SL_SUCCESS) {
         const std::string serial = fieldText(mfg.boardSerialNumber, sizeof mfg.boardSerialNumber);
         if (!serial.empty()) {
             return serial;
         }
     }
     return info != nullptr ? fieldText(info->serialNo, sizeof info->serialNo) : std::string();
+}
+
+void vekStoreLibInterface::setDriveVendorName(uint32_t ctrlId, PD_INFO& pd)
+{
+    _MR_VPD_PAGE_D0 page;
+    memset(&page, 0, sizeof page);
+    uint32_t length = sizeof page;
+    const uint32_t status =
+        fireSCSIVPDInquiry(ctrlId, pd.deviceId, VPD_PAGE_DRIVE_VENDOR, reinterpret_cast<uint8_t*>(&page), length);
+    if (status != SL_SUCCESS || length < offsetof(_MR_VPD_PAGE_D0, vendor) || page.pageCode != VPD_PAGE_DRIVE_VENDOR) {
+        VEK_LOG_DEBUG(TAG, "Could not retrieve VPD Page D0 [%d]", static_cast<int>(status));
+        return;
+    }
+    // Only an ATA drive's inquiry data lacks its maker.
+    const size_t held = std::min<size_t>(length - offsetof(_MR_VPD_PAGE_D0, vendor), sizeof page.vendor);
+    const std::string vendor = fieldText(page.vendor, held);
+    if (pd.protocol == "SATA" && !vendor.empty()) {
+        pd.vendor = vendor;
+    }
+}
+
+void vekStoreLibInterface::populateDiskSerialNumber(uint32_t ctrlId, const _MR_PD_INFO& info, PD_INFO& pd)
+{
+    pd.serialNumber = fieldText(info.inquiryData + 36, 20);
+    if (!pd.serialNumber.empty()) {
+        return;
+    }
+    VEK_LOG_INFO(TAG, "No disk S/N available from SCSI Standard Inquiry page. Trying VPD page 0x80");
+    uint8_t page[256] = {0};
+    uint32_t length = sizeof page;
+    const uint32_t status = fireSCSIVPDInquiry(ctrlId, pd.deviceId, VPD_PAGE_UNIT_SERIAL_NUMBER, page, length);
+    if (status == SL_SUCCESS && length > 4 && page[1] == VPD_PAGE_UNIT_SERIAL_NUMBER) {
+        const size_t declared = (static_cast<size_t>(page[2]) << 8) | page[3];
+        pd.serialNumber = fieldText(page + 4, std::min<size_t>(declared, length - 4));
+    }
+    if (pd.serialNumber.empty()) {
+        VEK_LOG_ERROR(TAG, "Unable to retrieve disk S/N from VPD Inquiry Page 0x80 for disk @ [%d:%d]. [%d]",
+                      pd.enclosure, pd.slot, static_cast<int>(status));
+        return;
+    }
+    VEK_LOG_INFO(TAG, "Disk S/N from VPD Page 0x80 for disk @ [%d:%d]: [%s]", pd.enclosure, pd.slot,
+                 pd.serialNumber.c_str());
 }
 
 void vekStoreLibInterface::buildControllerInfo()
@@ -462,12 +652,16 @@ void vekStoreLibInterface::buildControllerInfo()
         VEK_LOG_ERROR(TAG, "Unable to read the list of MegaRAID controllers.");
         return;
     }
+    // The list may have changed since the library was initialised: the
+    // current index is into this one from now on.
+    mergeControllerLists(list);
     std::map<size_t, uint32_t> ids;
-    for (size_t i = 0; i < std::min<size_t>(list.count, SL_MAX_CONTROLLERS); ++i) {
-        ids[i] = list.ctrlId[i] & 0x00FFFFFF;
+    for (size_t i = 0; i < gTotalControllers; ++i) {
+        ids[i] = gCtrlList.ctrlId[i] & 0x00FFFFFF;
     }
     VEK_LOG_INFO(TAG, "Total controllers found: %zu", ids.size());
     for (const auto& entry : ids) {
+        currentCtrlIndex_ = static_cast<int>(entry.first);
         const uint32_t id = entry.second;
         CTRL_INFO ctrl;
         ctrl.ctrlId = id;
@@ -501,13 +695,36 @@ void vekStoreLibInterface::buildControllerInfo()
         }
         controllers_.push_back(ctrl);
     }
+    currentCtrlIndex_ = -1;
+}
+
+void vekStoreLibInterface::selectController(uint32_t ctrlId)
+{
+    currentCtrlIndex_ = -1;
+    for (uint32_t i = 0; i < gTotalControllers; ++i) {
+        if ((gCtrlList.ctrlId[i] & 0x00FFFFFF) == ctrlId) {
+            currentCtrlIndex_ = static_cast<int>(i);
+        }
+    }
 }
 
 void vekStoreLibInterface::buildPDInfo()
 {
     std::map<uint32_t, std::vector<PD_INFO>> previous;
     previous.swap(drives_);
+    enclosures_.clear();
     for (const CTRL_INFO& ctrl : controllers_) {
+        selectController(ctrl.ctrlId);
+        // Events name a drive's enclosure by its index in this list.
+        _MR_ENCL_LIST enclosures;
+        if (GetEnclListFunc(ctrl.ctrlId, enclosures) == SL_SUCCESS) {
+            std::map<int, int>& byIndex = enclosures_[ctrl.ctrlId];
+            for (uint32_t i = 0; i < std::min<uint32_t>(enclosures.count, 64); ++i) {
+                byIndex[enclosures.encl[i].index] = enclosures.encl[i].deviceId;
+            }
+        } else {
+            VEK_LOG_WARNING(TAG, "CtrlId [%u]: Unable to read the list of enclosures.", ctrl.ctrlId);
+        }
         std::vector<_MR_PD_ADDRESS> addresses;
         const uint32_t status = GetPDListFunc(ctrl.ctrlId, addresses);
         if (status != SL_SUCCESS) {
@@ -534,7 +751,6 @@ void vekStoreLibInterface::buildPDInfo()
             pd.vendor = fieldText(info.inquiryData + 8, 8);
             pd.model = fieldText(info.inquiryData + 16, 16);
             pd.revision = fieldText(info.inquiryData + 32, 4);
-            pd.serialNumber = fieldText(info.inquiryData + 36, 20);
             switch (info.interfaceType) {
             case MR_PD_INTF_SAS:
                 pd.protocol = "SAS";
@@ -553,6 +769,8 @@ void vekStoreLibInterface::buildPDInfo()
                 break;
             }
             pd.mediaType = info.mediaType == 1 ? "SSD" : "HDD";
+            setDriveVendorName(ctrl.ctrlId, pd);
+            populateDiskSerialNumber(ctrl.ctrlId, info, pd);
             pd.fwState = info.fwState;
             pd.health = getHealth(info.fwState);
             pd.capacityBytes = info.coercedSize * (info.logicalBlockSize != 0 ? info.logicalBlockSize : 512);
@@ -572,6 +790,7 @@ void vekStoreLibInterface::buildPDInfo()
             drives.push_back(pd);
         }
     }
+    currentCtrlIndex_ = -1;
 }
 
 void vekStoreLibInterface::buildLDInfo()
@@ -579,6 +798,7 @@ void vekStoreLibInterface::buildLDInfo()
     VEK_LOG_DEBUG(TAG, "Entering buildLDInfo");
     logicalDrives_.clear();
     for (const CTRL_INFO& ctrl : controllers_) {
+        selectController(ctrl.ctrlId);
         _MR_LD_LIST list;
         if (GetLDListFunc(ctrl.ctrlId, list) != SL_SUCCESS) {
             VEK_LOG_ERROR(TAG, "An Error occurred in gathering list of logical drives from storelib library");
@@ -620,6 +840,7 @@ void vekStoreLibInterface::buildLDInfo()
             lds.push_back(ld);
         }
     }
+    currentCtrlIndex_ = -1;
 }
 
 std::vector<CTRL_INFO> vekStoreLibInterface::getControllerCollection()

@@ -42,6 +42,7 @@ enum {
     SL_PD_GET_INFO = 0,
     SL_LD_GET_INFO = 0,
     SL_LD_GET_PD_MAP = 11,
+    SL_PASSTHRU_SCSI = 0,
     SL_PASSTHRU_DCMD = 3,
     SL_EVENT_GET_SEQ_INFO = 0,
 };
@@ -80,6 +81,7 @@ typedef uint32_t (*ProcessLibCommandFunction)(_SL_LIB_CMD_PARAM_T* param);
 // The controllers the library serves. An entry's low 24 bits are the
 // controller id, its top byte the controller's kind (0: MegaRAID).
 const size_t SL_MAX_CONTROLLERS = 64;
+const uint32_t SL_CTRL_KIND_MR = 0;
 struct _SL_CTRL_LIST_T {
     uint16_t count;
     uint8_t simulationMode;
@@ -111,10 +113,54 @@ struct _SL_DCMD_INPUT_T {
 };
 static_assert(sizeof(_SL_DCMD_INPUT_T) == 36, "DCMD input");
 
+// A SCSI command passed through to a drive: the fixed part, then `dataSize`
+// bytes of data, all in the caller's one buffer (the request's data size is
+// the fixed part plus `dataSize`). The library answers the SCSI status of
+// the drive and the transport's status; on an underrun `dataSize` becomes
+// what was transferred, on an overrun the buffer holds what fitted.
+const uint16_t SL_SCSI_IO_STATUS_DATA_OVERRUN = 0x0044;
+const uint16_t SL_SCSI_IO_STATUS_DATA_UNDERRUN = 0x0045;
+const uint8_t SL_SCSI_STATUS_GOOD = 0x00;
+const uint8_t SL_SCSI_STATUS_CHECK_CONDITION = 0x02;
+struct _SL_SCSI_PASSTHRU_T {
+    uint16_t deviceId;
+    uint8_t lun;
+    uint8_t cdbLength;
+    uint8_t dir;
+    uint8_t scsiStatus;
+    uint16_t ioStatus;
+    uint32_t timeoutSeconds;
+    uint8_t cdb[16];
+    uint32_t dataSize;
+    uint8_t data[1];
+};
+const size_t SL_SCSI_PASSTHRU_HEADER = offsetof(_SL_SCSI_PASSTHRU_T, data);
+static_assert(SL_SCSI_PASSTHRU_HEADER == 32, "SCSI pass-through");
+
+// The CDBs the service sends: INQUIRY of a VPD page, and ATA PASS-THROUGH(16)
+// carrying READ LOG EXT (PIO data-in, the count in 512-byte blocks).
+const uint8_t SCSI_OP_INQUIRY = 0x12;
+const uint8_t SCSI_OP_ATA_PASSTHRU_16 = 0x85;
+const uint8_t ATA_CMD_READ_LOG_EXT = 0x2F;
+const uint8_t VPD_PAGE_UNIT_SERIAL_NUMBER = 0x80;
+const uint8_t VPD_PAGE_DRIVE_VENDOR = 0xD0;
+
+// VPD page 0xD0 that the controller's firmware makes for a drive: the maker
+// of an ATA drive, which its standard inquiry data names only "ATA".
+struct _MR_VPD_PAGE_D0 {
+    uint8_t deviceType;
+    uint8_t pageCode;
+    uint8_t pageLength[2]; // big-endian, the bytes after this header
+    char vendor[8];        // space-padded
+    uint8_t reserved[20];
+};
+static_assert(sizeof(_MR_VPD_PAGE_D0) == 32, "VPD page D0");
+
 const uint32_t MR_DCMD_CTRL_MFC_MFG_GET = 0x010E0301;
 const uint32_t MR_DCMD_CTRL_GET_SAFEID = 0x01160300;
 
-// Manufacturing page 0 of the controller (32 bytes): the board's serial number.
+// Manufacturing page 0 of the controller (32 bytes; the page in mbox[0]):
+// the board's serial number.
 struct _MR_MFC_MFG {
     char boardSerialNumber[16];
     uint8_t reserved[16];
@@ -385,6 +431,15 @@ struct _MR_EVT_LOG_INFO {
     uint32_t bootSeqNum;
 };
 static_assert(sizeof(_MR_EVT_LOG_INFO) == 20, "event log info");
+
+// Firmware event codes of the battery backup unit that the service acts on:
+// the battery failed or must be replaced, and the battery is good again.
+const uint32_t MR_EVT_BBU_FAILED = 0x0095;
+const uint32_t MR_EVT_BBU_REPLACE_BATTERY = 0x00C5;
+const uint32_t MR_EVT_BBU_GOOD = 0x0092;
+const uint32_t MR_EVT_BBU_REPLACED = 0x00C6;
+// A drive that the firmware marks failed because it stopped responding.
+const uint32_t MR_EVT_PD_NOT_RESPONDING_FAILED = 0x0185;
 
 // A drive named in an event's arguments.
 struct _MR_EVT_ARG_PD {

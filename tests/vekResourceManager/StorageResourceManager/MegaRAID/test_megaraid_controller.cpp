@@ -26,6 +26,12 @@ TEST_F(MegaRAIDControllerTest, TheRackServersControllerWithItsDrivesAndVolumes)
     EXPECT_EQ(ctrl.getState(), VEK_STATE_RUNNING);
     EXPECT_EQ(ctrl.getHealth(), VEK_HEALTH_OK);
     EXPECT_EQ(ctrl.getDescription().rfind("PCI 0000:3b:00.0 ", 0), 0u) << ctrl.getDescription();
+    // The maker's numbers of the adapter, as the RMC reads them.
+    const Json::Value record = ctrl.getVariableData()["Data"];
+    EXPECT_EQ(record["PartNumber"].asString(), "ZV4-RAID-9560-16I");
+    EXPECT_EQ(record["SparePartNumber"].asString(), "ZV4-RAID-9560-16I-SP");
+    EXPECT_EQ(record["SKU"].asString(), "ZR4-OPT-R9560");
+    EXPECT_EQ(record["Manufacturer"].asString(), "Broadcom / LSI");
 
     ASSERT_EQ(drives.size(), 4u);
     std::set<std::string> slots;
@@ -52,6 +58,17 @@ TEST_F(MegaRAIDControllerTest, TheRackServersControllerWithItsDrivesAndVolumes)
     }
     EXPECT_EQ(drives[2].getManufacturer(), "SAMSUNG");
     EXPECT_EQ(drives[2].getMediaType(), "SSD");
+    struct Numbers {
+        size_t drive;
+        const char *part, *spare, *sku;
+    };
+    for (const Numbers& c : std::vector<Numbers>{{0, "ZV4-HDD-1T2", "ZV4-HDD-1T2-SP", "ZR4-OPT-HDD12"},
+                                                 {3, "ZV4-SSD-960", "ZV4-SSD-960-SP", "ZR4-OPT-SSD96"}}) {
+        const Json::Value drive = drives[c.drive].getVariableData()["Data"];
+        EXPECT_EQ(drive["PartNumber"].asString(), c.part) << c.drive;
+        EXPECT_EQ(drive["SparePartNumber"].asString(), c.spare) << c.drive;
+        EXPECT_EQ(drive["SKU"].asString(), c.sku) << c.drive;
+    }
 
     ASSERT_EQ(volumes.size(), 2u);
     const Json::Value volume = volumes[1].getVariableData()["Data"];
@@ -72,6 +89,9 @@ TEST_F(MegaRAIDControllerTest, TwoControllersShareOneEventRegistration)
     second["pci"] = "0000:86:00.0";
     second["serialNumber"] = "SKC4099999";
     second["logicalDrives"] = Json::arrayValue;
+    // A board and a drive model the maker's tables don't know.
+    second["subDeviceId"] = "4999";
+    second["drives"][0]["model"] = "ST9999XX0001";
     scenario["controllers"].append(second);
     writeScenario();
     build();
@@ -81,6 +101,10 @@ TEST_F(MegaRAIDControllerTest, TwoControllersShareOneEventRegistration)
     EXPECT_TRUE(log.contains("AEN Registration successful for [2] LSI MR controllers."));
     ASSERT_NE(controller("SKC4099999"), nullptr);
     EXPECT_TRUE(controller("SKC4099999")->isEventsEnabled());
+    EXPECT_EQ(controllers[1].getSerialNumber(), "SKC4099999");
+    EXPECT_EQ(controllers[1].getPartNumber() + controllers[1].getSkuPartNumber(), "");
+    EXPECT_EQ(drives[4].getModel(), "ST9999XX0001");
+    EXPECT_EQ(drives[4].getPartNumber() + drives[4].getSkuPartNumber(), "");
 
     // The first leaves; the registration stays for the other.
     scenario["controllers"] = Json::Value(Json::arrayValue);

@@ -92,10 +92,17 @@ TEST_F(MegaRAIDEventsTest, DriveEventsReachTheRmc)
 TEST_F(MegaRAIDEventsTest, ACriticalOnACriticalDriveIsDropped)
 {
     controller()->setForwardAllCriticalOrHigherEvents(false);
+    vekLogTail log(vekTestMainLogPath());
     EXPECT_EQ(deliver({pdEvent(87, 1, 2, "Error on PD 08(e0xfc/s1) (Error 02)"),
                        pdEvent(87, 1, 3, "Error on PD 08(e0xfc/s1) (Error 03)")}),
               std::vector<std::string>{"538 @ " + kNoPL + ": [Msg # 0x0057] Error on PD 08(e0xfc/s1) (Error 02)" +
                                        kGuide});
+    EXPECT_TRUE(log.contains("Ignoring FATAL event as device already in CRITICAL state"));
+    EXPECT_EQ(deliver({pdEvent(389, 2, 2, "PD 09(e0xfc/s2) is not responding, marked failed"),
+                       pdEvent(389, 2, 2, "PD 09(e0xfc/s2) is not responding, marked failed")}),
+              std::vector<std::string>{"538 @ " + kNoPL + ": [Msg # 0x0185] PD 09(e0xfc/s2) is not responding, "
+                                       "marked failed" + kGuide});
+    EXPECT_TRUE(log.contains("Dropping the event 389 as device already in CRITICAL state."));
 }
 
 TEST_F(MegaRAIDEventsTest, ACriticalOnACriticalDriveIsForwardedWhenAskedFor)
@@ -164,6 +171,35 @@ TEST_F(MegaRAIDEventsTest, ARunningCheckSurvivesARebuild)
                                        "medium errors = 3)" + kGuide});
 }
 
+// The battery is a FRU of the controller: its failure and its recovery each
+// reach the RMC once.
+TEST_F(MegaRAIDEventsTest, BatteryEventsOfTheController)
+{
+    auto bbu = [](int code, int eventClass, const std::string& text) {
+        Json::Value event;
+        event["code"] = code;
+        event["class"] = eventClass;
+        event["locale"] = 8;
+        event["description"] = text;
+        return event;
+    };
+    vekLogTail log(vekTestMainLogPath());
+    const std::vector<std::string> failed = deliver({bbu(0x95, 1, "Battery has failed and cannot support data retention"),
+                                                     bbu(0xC5, 1, "Replace battery")});
+    ASSERT_EQ(failed.size(), 1u);
+    EXPECT_NE(failed[0].find(": [Msg # 0x0095] Battery has failed and cannot support data retention" + kGuide),
+              std::string::npos)
+        << failed[0];
+    EXPECT_TRUE(log.contains("Skipping the event as fru is already BAD state"));
+    const std::vector<std::string> good =
+        deliver({bbu(0x92, 0, "Battery is good"), bbu(0xC6, 0, "Battery replaced"), bbu(0x97, 0, "Battery relearn")});
+    ASSERT_EQ(good.size(), 1u);
+    EXPECT_NE(good[0].find(": [Msg # 0x0092] Battery is good" + kGuide), std::string::npos) << good[0];
+    EXPECT_NE(good[0].substr(0, 3), failed[0].substr(0, 3)) << "a recovery is an event of its own";
+    EXPECT_TRUE(log.contains("Skipping the event as fru is already OK"));
+    EXPECT_TRUE(log.contains("Ignoring BBU event (151: [Msg # 0x0097] Battery relearn) class [2]"));
+}
+
 TEST_F(MegaRAIDEventsTest, VolumeEvents)
 {
     struct Case {
@@ -196,10 +232,19 @@ TEST_F(MegaRAIDEventsTest, EventsThatCanNotBeUsedAreDropped)
     Json::Value noLocale = pdEvent(4242, 1, 2, "Something new");
     noLocale["locale"] = 0;
     Json::Value debugClass = pdEvent(112, 1, -2, "Removed: PD 08(e0xfc/s1)");
+    Json::Value otherEnclosure = pdEvent(112, 1, 2, "Removed: PD 20(e0xfb/s1)");
+    otherEnclosure["pd"]["enclosure"] = 251;
+    Json::Value enclosureLocale = pdEvent(112, 1, 2, "Enclosure removed");
+    enclosureLocale["locale"] = 4;
+    Json::Value ldArgument = ldEvent(251, 0, 2, "State change on VD 00/0 from OPTIMAL(3) to DEGRADED(2)");
+    ldArgument["argType"] = 99;
     EXPECT_TRUE(deliver({badStatus, pdEvent(112, 1, 2, "Removed: PD 08(e0xfc/s1)", 99),
-                         pdEvent(4242, 1, 1, "An event of a code we don't know"), noLocale, debugClass})
+                         pdEvent(4242, 1, 1, "An event of a code we don't know"), noLocale, debugClass,
+                         otherEnclosure, enclosureLocale, ldArgument})
                     .empty());
     EXPECT_TRUE(log.contains("Ignoring LSI MegaRAID PD-locale event argument type: [99]; Event code: [0x70]"));
+    EXPECT_TRUE(log.contains("Ignoring LSI MegaRAID LD-locale event argument type: [99]; Event code: [0xfb]"));
+    EXPECT_TRUE(log.contains("Enclosure index [255] of event (0x70) not in the enclosure list of controller [0]."));
     EXPECT_TRUE(log.contains("Disk slot information from AEN callback (-1:-1) not valid."));
     EXPECT_EQ(driveState("252:1"), "Online/OK");
 

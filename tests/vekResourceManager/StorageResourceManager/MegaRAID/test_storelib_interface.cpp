@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 
 #include <string>
@@ -229,6 +230,69 @@ TEST_F(MegaRAIDStoreLibTest, ConnectorNamesOfADriveFollowItsPortsToTheConnectors
             EXPECT_TRUE(log.contains(c.told)) << c.name << ": " << log.newText();
         }
     }
+}
+
+// What the cache takes from a drive's VPD pages: the maker of an ATA drive
+// (page D0) and a serial number the standard inquiry lacks (page 0x80).
+TEST_F(MegaRAIDStoreLibTest, VPDPagesGiveTheMakerOfAnATADriveAndAMissingSerialNumber)
+{
+    const std::string longSerial(300, 'Z');
+    struct Case {
+        const char* name;
+        size_t drive;
+        std::function<void(Json::Value& ctrl, Json::Value& drive)> change;
+        std::string vendor, serial;
+        std::vector<std::string> told;
+    } cases[] = {
+        {"an ATA drive names its maker in page D0", 3, [](Json::Value&, Json::Value& d) { d["vpdVendor"] = "SAMSUNG"; },
+         "SAMSUNG", "S45NNE0M500124", {}},
+        {"an ATA drive without page D0", 3, [](Json::Value&, Json::Value&) {}, "ATA", "S45NNE0M500124", {}},
+        {"a SAS drive keeps its inquiry's maker", 0, [](Json::Value&, Json::Value& d) { d["vpdVendor"] = "OTHER"; },
+         "SEAGATE", "WFK0A1B20000C9270ABC", {}},
+        {"no serial number in the inquiry data", 0,
+         [](Json::Value&, Json::Value& d) { d["serialNumber"] = ""; d["vpdSerialNumber"] = "WFK0VPD80"; }, "SEAGATE",
+         "WFK0VPD80",
+         {"No disk S/N available from SCSI Standard Inquiry page. Trying VPD page 0x80",
+          "Disk S/N from VPD Page 0x80 for disk @ [252:1]: [WFK0VPD80]"}},
+        {"a page longer than the buffer", 0,
+         [&](Json::Value&, Json::Value& d) { d["serialNumber"] = ""; d["vpdSerialNumber"] = longSerial; }, "SEAGATE",
+         longSerial.substr(0, 252), {}},
+        {"a library that refuses pass-through", 0,
+         [](Json::Value& c, Json::Value& d) { d["serialNumber"] = ""; c["fail"].append("scsi"); }, "SEAGATE", "",
+         {"ProcessLibCommandCall failed!! retVal 0x8002",
+          "Unable to retrieve disk S/N from VPD Inquiry Page 0x80 for disk @ [252:1]. [32770]"}},
+    };
+    ASSERT_TRUE(lib.vekStoreInit());
+    lib.cacheBuild("All");
+    const Json::Value original = scenario;
+    for (const Case& c : cases) {
+        scenario = original;
+        c.change(scenario["controllers"][0], scenario["controllers"][0]["drives"][static_cast<int>(c.drive)]);
+        writeScenario();
+        vekLogTail log(vekTestMainLogPath());
+        lib.cacheBuild("PD_EVENT");
+        const std::vector<PD_INFO> pds = lib.getPDInventoryForCtrl(0);
+        ASSERT_EQ(pds.size(), 4u) << c.name;
+        EXPECT_EQ(pds[c.drive].vendor, c.vendor) << c.name;
+        EXPECT_EQ(pds[c.drive].serialNumber, c.serial) << c.name;
+        for (const std::string& line : c.told) {
+            EXPECT_TRUE(log.contains(line)) << c.name << ": " << line;
+        }
+    }
+}
+
+// An ATA drive's log, read whole blocks at a time; a SAS drive has none.
+TEST_F(MegaRAIDStoreLibTest, ATALogsAreReadInWholeBlocks)
+{
+    scenario["controllers"][0]["drives"][2]["ataLogs"]["30"] = "0100ff";
+    writeScenario();
+    ASSERT_TRUE(lib.vekStoreInit());
+    std::vector<uint8_t> log(1024, 0xAA);
+    ASSERT_EQ(lib.FireATAReadLogExt(0, 10, 0x30, log.data(), static_cast<uint32_t>(log.size())), SL_SUCCESS);
+    EXPECT_EQ(std::vector<uint8_t>(log.begin(), log.begin() + 4), (std::vector<uint8_t>{0x01, 0x00, 0xFF, 0x00}));
+    EXPECT_EQ(std::count(log.begin(), log.end(), 0xAA), 0) << "the unread block is cleared";
+    EXPECT_EQ(lib.FireATAReadLogExt(0, 10, 0x04, log.data(), 512), SL_SCSI_STATUS_CHECK_CONDITION);
+    EXPECT_EQ(lib.FireATAReadLogExt(0, 8, 0x30, log.data(), 512), SL_SCSI_STATUS_CHECK_CONDITION);
 }
 
 // A PD list longer than the first buffer is asked again with room for all,

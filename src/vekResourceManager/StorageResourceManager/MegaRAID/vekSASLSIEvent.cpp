@@ -290,12 +290,16 @@ void vekSASLSIEvent::AENCallBack(_SL_EVENT_DETAIL_T* detail)
                 if (!readPDArgument(event.body, enclosureIndex, slot, event.pdBlock)) {
                     VEK_LOG_INFO(TAG, "Ignoring LSI MegaRAID PD-locale event argument type: [%d]; Event code: [0x%x]",
                                  event.body.argType, event.code);
-                } else if (!lib.getEnclosureDeviceId(event.ctrlId, enclosureIndex, event.pdEnclosure)) {
-                    VEK_LOG_INFO(TAG,
-                                 "Enclosure index [%d] of event (0x%x) not in the enclosure list of controller [%u].",
-                                 enclosureIndex, event.code, event.ctrlId);
-                    event.pdEnclosure = -1;
                 } else {
+                    if (!lib.getEnclosureDeviceId(event.ctrlId, enclosureIndex, event.pdEnclosure)) {
+                        // A list that could not be read, or a drive behind no
+                        // enclosure: the event's own number is all there is.
+                        VEK_LOG_INFO(TAG,
+                                     "Enclosure index [%d] of event (0x%x) not in the enclosure list of controller "
+                                     "[%u].",
+                                     enclosureIndex, event.code, event.ctrlId);
+                        event.pdEnclosure = enclosureIndex;
+                    }
                     event.pdSlot = slot;
                     if (event.code == 91 || event.code == 114) {
                         VEK_LOG_INFO(TAG,

@@ -2,6 +2,7 @@
 // report nothing yet, then both HBAs; its thread, inventory and stop.
 
 #include "FCResourceManager/FCResourceManager.h"
+#include "vekBundledProfile.h"
 #include "vekFactory.h"
 #include "vekLocationTestHost.h"
 #include "vekResourceIds.h"
@@ -12,7 +13,6 @@
 
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -21,8 +21,7 @@ TEST(FCResourceManagerTest, WithoutCardsItRunsQuietlyAndWatchesOnceTheyCome)
 {
     vekTestRoot root;
     setenv("VEK_TIME_SCALE", "1000", 1);
-    const std::string profile = std::string(VEK_SIMHOST_DIR) + "/profiles/rack-type4";
-    ASSERT_EQ(system(("cp -r '" + profile + "/.' '" + root.path() + "'").c_str()), 0);
+    ASSERT_NO_FATAL_FAILURE(vekCopyBundledProfile(root));
     root.makeDirectory("/opt/zolvek/tmp");
     root.writeConfig(R"({"EnableResources": ["FibreChannelDevices"],
                          "CacheRefreshInSeconds": {"FibreChannelDevices": 20}})");
@@ -36,16 +35,7 @@ TEST(FCResourceManagerTest, WithoutCardsItRunsQuietlyAndWatchesOnceTheyCome)
 
     FCResourceManager& fc = FCResourceManager::getInstance();
     EXPECT_EQ(vekFactory().createInstance(vekResourceIds::FIBRE_CHANNEL), &fc);
-    std::thread job([&] { fc.init(services); });
-    struct StopOnExit {
-        FCResourceManager& fc;
-        std::thread& job;
-        ~StopOnExit()
-        {
-            fc.stopResourceManagerJob();
-            job.join();
-        }
-    } stopOnExit{fc, job};
+    vekManagerJob job(fc, services);
 
     ASSERT_TRUE(vekWaitForLog(log, "Refreshing FC cache", 3));
     EXPECT_EQ(vekLogCount(mainLog, "discoverFibreChannelDevices() completed, zero FC cards identified"), 1u);
@@ -55,7 +45,7 @@ TEST(FCResourceManagerTest, WithoutCardsItRunsQuietlyAndWatchesOnceTheyCome)
 
     // The cards answer: the next build lists them and their watch begins.
     for (const char* vendor : {"/sim/libfakehba_qlogic.json", "/sim/libfakehba_emulex.json"}) {
-        ASSERT_EQ(system(("cp '" + profile + vendor + "' '" + root.path() + vendor + "'").c_str()), 0);
+        root.writeFile(vendor, vekBundledProfileFile(vendor + 1));
     }
     ASSERT_TRUE(vekEventually([&] { return fc.getEventManager() != nullptr; }));
     std::vector<Json::Value> inventory;

@@ -4,6 +4,7 @@
 // call makes of them.
 
 #include "FCResourceManager/vekFCInterface.h"
+#include "vekBundledProfile.h"
 #include "vekLocationTestHost.h"
 #include "vekOSInterface.h"
 #include "vekTestRoot.h"
@@ -28,12 +29,7 @@ protected:
         fc = os->getFCInterface();
     }
 
-    void restoreProfile()
-    {
-        const std::string copy =
-            std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" + root.path() + "'";
-        ASSERT_EQ(system(copy.c_str()), 0);
-    }
+    void restoreProfile() { vekCopyBundledProfile(root); }
 
     std::vector<std::string> names()
     {

@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -23,18 +22,6 @@ public:
     GPUResourceManagerOf(const vekConfig& config, const std::string& library) : GPUResourceManager(config, library) {}
 };
 
-// Runs the manager's job on a thread of its own, stopped at the end.
-struct GPUJob {
-    GPUJob(GPUResourceManager& gpu, vekPlatformServices& services) : gpu(gpu), thread([&] { gpu.init(services); }) {}
-    ~GPUJob()
-    {
-        gpu.stopResourceManagerJob();
-        thread.join();
-    }
-    GPUResourceManager& gpu;
-    std::thread thread;
-};
-
 class GPUResourceManagerTest : public vekGPUTestHost {};
 
 TEST_F(GPUResourceManagerTest, RackServerGPUsAreTheProcessorsOfTheInventory)
@@ -42,7 +29,7 @@ TEST_F(GPUResourceManagerTest, RackServerGPUsAreTheProcessorsOfTheInventory)
     GPUResourceManager& gpu = GPUResourceManager::getInstance();
     EXPECT_EQ(vekFactory().createInstance(vekResourceIds::GPU), &gpu);
     vekLogTail log(vekTestDebugLogPath());
-    GPUJob job(gpu, host.services());
+    vekManagerJob job(gpu, host.services());
     ASSERT_TRUE(vekEventually([&] { return gpu.isInventoryReady(0); }));
 
     std::vector<Json::Value> inventory;
@@ -66,7 +53,7 @@ TEST_F(GPUResourceManagerTest, HostWithoutTheLibraryRunsOnWithNoGPUs)
     GPUResourceManagerOf gpu(config, "libnvidia-ml-absent.so");
     vekLogTail log(vekTestMainLogPath());
     {
-        GPUJob job(gpu, host.services());
+        vekManagerJob job(gpu, host.services());
         ASSERT_TRUE(vekEventually([&] { return gpu.isInventoryReady(0); }));
         std::vector<Json::Value> inventory;
         EXPECT_FALSE(gpu.getInventoryJsonObject(inventory));
@@ -86,7 +73,7 @@ TEST_F(GPUResourceManagerTest, FailingCountKeepsTheLastGoodBuild)
     const vekConfig config;
     GPUResourceManagerOf gpu(config, vekGPUNVidiaInterface::kLibraryName);
     vekLogTail log(vekTestMainLogPath());
-    GPUJob job(gpu, host.services());
+    vekManagerJob job(gpu, host.services());
     std::vector<Json::Value> inventory;
     ASSERT_TRUE(vekEventually([&] {
         inventory.clear();

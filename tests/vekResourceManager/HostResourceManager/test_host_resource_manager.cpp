@@ -1,5 +1,6 @@
 #include "HostResourceManager/HostResourceManager.h"
 
+#include "vekBundledProfile.h"
 #include "vekConfig.h"
 #include "vekFactory.h"
 #include "vekGlobalDef.h"
@@ -55,12 +56,7 @@ private:
 class HostResourceManagerTest : public vekRootTest {
 protected:
     // The rack-type4 simulated host as the root.
-    void useSimulatedHost() const
-    {
-        const std::string copy =
-            std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" + root.path() + "'";
-        ASSERT_EQ(system(copy.c_str()), 0);
-    }
+    void useSimulatedHost() const { vekCopyBundledProfile(root); }
 
     TestHostResourceManager& manager(const std::string& more = "")
     {

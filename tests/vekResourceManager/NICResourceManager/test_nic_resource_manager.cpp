@@ -2,6 +2,7 @@
 // inventory as the aggregator reads it, and its stop.
 
 #include "NICResourceManager/NICResourceManager.h"
+#include "vekBundledProfile.h"
 #include "vekFactory.h"
 #include "vekLocationTestHost.h"
 #include "vekResourceIds.h"
@@ -9,10 +10,8 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -22,9 +21,7 @@ protected:
     void SetUp() override
     {
         setenv("VEK_TIME_SCALE", "1000", 1);
-        const std::string copy =
-            std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" + root.path() + "'";
-        ASSERT_EQ(system(copy.c_str()), 0);
+        ASSERT_NO_FATAL_FAILURE(vekCopyBundledProfile(root));
         root.makeDirectory("/opt/zolvek/tmp");
         root.writeConfig(R"({"EnableResources": ["HostOSInfo", "EthernetDevices"],
                              "CacheRefreshInSeconds": {"EthernetDevices": 3600}})");
@@ -38,20 +35,8 @@ TEST_F(NICResourceManagerTest, BundledRackServerPortsAreInTheInventory)
     vekPlatformServices& services = host.services();
     NICResourceManager& nic = NICResourceManager::getInstance();
     EXPECT_EQ(vekFactory().createInstance(vekResourceIds::ETHERNET), &nic);
-    std::thread job([&] { nic.init(services); });
-    struct StopOnExit {
-        NICResourceManager& nic;
-        std::thread& job;
-        ~StopOnExit()
-        {
-            nic.stopResourceManagerJob();
-            job.join();
-        }
-    } stopOnExit{nic, job};
-    for (int i = 0; i < 2000 && !nic.isInventoryReady(0); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_TRUE(nic.isInventoryReady(0));
+    vekManagerJob job(nic, services);
+    ASSERT_TRUE(vekEventually([&] { return nic.isInventoryReady(0); }));
 
     std::vector<Json::Value> inventory;
     EXPECT_FALSE(nic.getInventoryJsonObject(inventory));
@@ -67,10 +52,7 @@ TEST_F(NICResourceManagerTest, BundledRackServerPortsAreInTheInventory)
     EXPECT_EQ(inventory[3]["Status"]["Health"].asString(), "OK");
 
     // The watch of the links starts right after the first build.
-    for (int i = 0; i < 200 && nic.getEventManager() == nullptr; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_NE(nic.getEventManager(), nullptr);
+    ASSERT_TRUE(vekEventually([&] { return nic.getEventManager() != nullptr; }));
     EXPECT_TRUE(nic.isRunning());
     const std::map<std::string, int> ports = nic.getEventManager()->getPortStates();
     EXPECT_EQ(ports.at("vmnic0"), Port_Link_Up);

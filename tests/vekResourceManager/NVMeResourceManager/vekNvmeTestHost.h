@@ -6,6 +6,7 @@
 // thread of its own, stopped at the end.
 
 #include "NVMeResourceManager/NVMeResourceManager.h"
+#include "vekBundledProfile.h"
 #include "vekConfig.h"
 #include "vekLocationTestHost.h"
 #include "vekOSInterface.h"
@@ -38,9 +39,7 @@ public:
 
     explicit vekNvmeTestHost(const vekTestRoot& root) : root_(root), location_(root)
     {
-        const std::string copy = std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" +
-                                 root.path() + "'";
-        EXPECT_EQ(system(copy.c_str()), 0);
+        vekCopyBundledProfile(root);
         // A long refresh: the cases watch the ten-second poll, sped up.
         root.writeConfig(R"({"EnableResources": ["NVMeControllers"], "LoggingLevel": "Debug",
                              "CacheRefreshInSeconds": {"NVMeControllers": 3600}})");

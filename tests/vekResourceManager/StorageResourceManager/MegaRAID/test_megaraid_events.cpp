@@ -89,7 +89,7 @@ TEST_F(MegaRAIDEventsTest, DriveEventsReachTheRmc)
 
 // A firmware critical on a drive that is already Critical is dropped, unless
 // ForwardAllMegaRAIDCriticalOrHigherEvents asks for each of them.
-TEST_F(MegaRAIDEventsTest, ACriticalOnACriticalDriveIsDropped)
+TEST_F(MegaRAIDEventsTest, ACriticalOnACriticalDriveIsDroppedUnlessForwardingIsAskedFor)
 {
     controller()->setForwardAllCriticalOrHigherEvents(false);
     vekLogTail log(vekTestMainLogPath());
@@ -103,10 +103,8 @@ TEST_F(MegaRAIDEventsTest, ACriticalOnACriticalDriveIsDropped)
               std::vector<std::string>{"538 @ " + kNoPL + ": [Msg # 0x0185] PD 09(e0xfc/s2) is not responding, "
                                        "marked failed" + kGuide});
     EXPECT_TRUE(log.contains("Dropping the event 389 as device already in CRITICAL state."));
-}
 
-TEST_F(MegaRAIDEventsTest, ACriticalOnACriticalDriveIsForwardedWhenAskedFor)
-{
+    // The same drive, still Critical: each critical now goes out.
     controller()->setForwardAllCriticalOrHigherEvents(true);
     EXPECT_EQ(deliver({pdEvent(87, 1, 2, "Error on PD 08(e0xfc/s1) (Error 02)"),
                        pdEvent(87, 1, 3, "Error on PD 08(e0xfc/s1) (Error 03)")}),

@@ -14,15 +14,6 @@
 
 namespace {
 
-size_t occurrences(const std::string& text, const std::string& word)
-{
-    size_t count = 0;
-    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
-        ++count;
-    }
-    return count;
-}
-
 TEST(MegaRAIDStoreLibTablesTest, FirmwareStatesRaidLevelsAndHealth)
 {
     struct Drive {
@@ -80,11 +71,11 @@ TEST(MegaRAIDStoreLibLoadTest, ALibraryThatFailsToLoadIsNotTriedAgain)
     EXPECT_FALSE(absent.vekStoreInit());
     EXPECT_FALSE(absent.isInitialized());
     const std::string told = log.newText();
-    EXPECT_EQ(occurrences(told, "Failed to load library for monitoring MegaRAID devices. If you need VEK to monitor "
+    EXPECT_EQ(vekOccurrences(told, "Failed to load library for monitoring MegaRAID devices. If you need VEK to monitor "
                                 "this class of devices, then kindly remove and install storelib package and restart"),
               1u)
         << told;
-    EXPECT_EQ(occurrences(told, "Error occurred while loading MegaRAID lib dlerror = libstorelib-absent.so"), 1u);
+    EXPECT_EQ(vekOccurrences(told, "Error occurred while loading MegaRAID lib dlerror = libstorelib-absent.so"), 1u);
     // Nothing reaches a library that is not there.
     _SL_LIB_CMD_PARAM_T param{};
     EXPECT_EQ(absent.ProcessLibCommandCall(param), SL_ERR_INIT_NOT_DONE);

@@ -47,10 +47,8 @@ TEST_F(GPUNVidiaInterfaceTest, RackServerGPUsAreReadWhole)
     EXPECT_EQ(l40s["Oem"]["Description"].asString(), "PCI 0000:e5:00.0 r001u03p1i09");
     EXPECT_EQ(l40s["Oem"]["SKU"].asString(), "ZR4-OPT-L40S");
     EXPECT_EQ(l40s["MaxSpeedMHZ"].asUInt(), 2520u);
-    for (const GPUInfo& gpu : gpus) {
-        EXPECT_EQ(gpu.physicalLocation.size(), 16u);
-        EXPECT_NE(gpu.physicalLocation, "FFFFFFFFFFFFFFFF");
-    }
+    EXPECT_EQ(gpus[0].physicalLocation, "03010301FF05FFFF");
+    EXPECT_EQ(gpus[1].physicalLocation, "03010301FF09FFFF");
 }
 
 // A call that fails for the first GPU costs that GPU's record, not the other's.

@@ -252,7 +252,9 @@ TEST_F(HostResourceManagerTest, TestEventGoesThroughTheCommunicationManager)
     EXPECT_EQ(event["Source"], "VEK-CLI");
     EXPECT_EQ(event["PhysicalLocation"], "Not-Available");
     EXPECT_FALSE(event.isMember("VariableData"));
-    EXPECT_FALSE(event["EventTime"].asString().empty());
+    EXPECT_TRUE(std::regex_match(event["EventTime"].asString(),
+                                 std::regex("[A-Z][a-z]{2} [A-Z][a-z]{2} +[0-9]{1,2} [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}")))
+        << event["EventTime"];
 }
 
 TEST(HostResourceManagerFactory, IdOneIsTheHostSingleton)

@@ -22,8 +22,6 @@
 
 namespace {
 
-const std::string kInvalidPL = "FFFFFFFFFFFFFFFF";
-
 class NVMeManagerTest : public vekEventTestFixture {
 protected:
     void SetUp() override { services = &nvme.services(com); }
@@ -43,7 +41,6 @@ TEST_F(NVMeManagerTest, CardsGiveAControllerAndADriveBaysOnlyADrive)
     ASSERT_EQ(drives.size(), 5u);
 
     const Json::Value card = vekNvmeTestHost::at(controllers, "0000:e3:00.0");
-    EXPECT_EQ(card["Oem"]["Description"].asString(), "PCI 0000:e3:00.0 r001u03p1i07");
     EXPECT_EQ(card["Model"].asString(), "NVMe 3.2TB PCIe HHHL Card");
     EXPECT_EQ(card["SerialNumber"].asString(), "S55JNA0R200701");
     EXPECT_EQ(card["Manufacturer"].asString(), "Samsung Electronics Co Ltd");
@@ -56,31 +53,33 @@ TEST_F(NVMeManagerTest, CardsGiveAControllerAndADriveBaysOnlyADrive)
     const Json::Value cardDrive = vekNvmeTestHost::inSlot(drives, "07");
     EXPECT_EQ(cardDrive["CapacityBytes"].asInt64(), 3200631791616);
     EXPECT_EQ(cardDrive["Oem"]["CapacityBytesDetected"].asInt64(), 2 * 512 * 3125627568LL);
-    EXPECT_EQ(cardDrive["Oem"]["Slot"].asString(), "07");
-    EXPECT_EQ(cardDrive["Oem"]["PhysicalLocation"].asString(), card["Oem"]["PhysicalLocation"].asString());
 
     // A bay drive is as big as its namespace.
     const Json::Value bay = vekNvmeTestHost::inSlot(drives, "01");
     EXPECT_EQ(bay["CapacityBytes"].asInt64(), 512 * 7501476528LL);
     EXPECT_FALSE(bay["Oem"].isMember("CapacityBytesDetected"));
-    EXPECT_EQ(bay["Oem"]["Slot"].asString(), "01");
     EXPECT_EQ(bay["Model"].asString(), "NVMe 3.84TB U.2 SSD");
     // The maker's own drive in bay 3.
     EXPECT_EQ(vekNvmeTestHost::inSlot(drives, "03")["Manufacturer"].asString(), "ZOL");
 
-    for (const std::vector<Json::Value>* list : {&controllers, &drives}) {
-        for (const Json::Value& item : *list) {
-            const std::string pl = item["Oem"]["PhysicalLocation"].asString();
-            EXPECT_EQ(pl.size(), 16u) << item;
-            EXPECT_NE(pl, kInvalidPL) << item;
-        }
+    // Every device in its place, as the RMC reads it.
+    std::vector<std::string> places;
+    for (const Json::Value& item : controllers) {
+        places.push_back(item["Oem"]["Description"].asString() + " " + item["Oem"]["PhysicalLocation"].asString());
     }
-    for (const Json::Value& controller : controllers) {
-        EXPECT_NE(controller["Oem"]["Description"].asString().find(" r001u03p1i0"), std::string::npos) << controller;
+    for (const Json::Value& item : drives) {
+        places.push_back(item["Oem"]["Slot"].asString() + " " + item["Oem"]["PhysicalLocation"].asString() + " " +
+                         item["Oem"]["DecodedPhysicalLocation"].asString());
     }
-    for (const Json::Value& drive : drives) {
-        EXPECT_FALSE(drive["Oem"]["DecodedPhysicalLocation"].asString().empty()) << drive;
-    }
+    EXPECT_EQ(places, (std::vector<std::string>{
+                          "PCI 0000:e3:00.0 r001u03p1i07 03010301FF07FFFF",
+                          "PCI 0000:e4:00.0 r001u03p1i08 03010301FF08FFFF",
+                          "01 460103010101FFFF T70 R1 U3 P1 B1 S1 D255 X255",
+                          "02 460103010102FFFF T70 R1 U3 P1 B1 S2 D255 X255",
+                          "03 460103010103FFFF T70 R1 U3 P1 B1 S3 D255 X255",
+                          "07 03010301FF07FFFF T3 R1 U3 P1 B255 S7 D255 X255",
+                          "08 03010301FF08FFFF T3 R1 U3 P1 B255 S8 D255 X255",
+                      }));
 
     std::vector<Json::Value> none;
     nvme.manager().getInventoryJsonObject2(3, none);

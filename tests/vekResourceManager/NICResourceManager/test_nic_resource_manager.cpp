@@ -6,6 +6,7 @@
 #include "vekFactory.h"
 #include "vekLocationTestHost.h"
 #include "vekResourceIds.h"
+#include "vekTestInventoryPush.h"
 #include "vekTestRoot.h"
 
 #include <gtest/gtest.h>
@@ -41,11 +42,16 @@ TEST_F(NICResourceManagerTest, BundledRackServerPortsAreInTheInventory)
     std::vector<Json::Value> inventory;
     EXPECT_FALSE(nic.getInventoryJsonObject(inventory));
     ASSERT_EQ(inventory.size(), 4u); // vusb0 is a virtual port
-    EXPECT_EQ(inventory[0]["MACAddress"].asString(), "b4:96:91:a1:10:20");
-    EXPECT_EQ(inventory[0]["SpeedMbps"].asInt(), 25000);
-    EXPECT_EQ(inventory[0]["FirmwareVersion"].asString(), "4.20 0x80017785 1.3346.0");
-    EXPECT_EQ(inventory[0]["Oem"]["Description"].asString(), "PCI 0000:16:00.0 r001u03p1i01");
-    EXPECT_EQ(inventory[0]["Status"]["State"].asString(), "Online");
+    // The card's numbers come from the card matrix by its PCI ids; its PL
+    // from the encoder: I/O card type 3, rack 1, unit 3, partition 1, slot 1.
+    EXPECT_EQ(inventory[0], vekRecordingChannel::parse(R"({
+        "FirmwareVersion": "4.20 0x80017785 1.3346.0", "MACAddress": "b4:96:91:a1:10:20",
+        "Manufacturer": "Intel Corporation", "Model": "Ethernet 25Gb 2-port E810-C SFP28 Adapter",
+        "Oem": {"Description": "PCI 0000:16:00.0 r001u03p1i01", "DeviceName": "0000:16:00.0",
+                "PhysicalLocation": "03010301FF01FFFF"},
+        "PartNumber": "ZV4-NIC-25G2", "SKU": "ZR4-OPT-NIC25", "SerialNumber": "",
+        "SparePartNumber": "ZV4-NIC-25G2-SP", "SpeedMbps": 25000,
+        "Status": {"Health": "OK", "State": "Online"}})"));
     EXPECT_EQ(inventory[2]["Oem"]["Description"].asString(), "PCI 0000:2a:00.0 r001u03p1o1");
     // The administratively down port.
     EXPECT_EQ(inventory[3]["Status"]["State"].asString(), "Offline");

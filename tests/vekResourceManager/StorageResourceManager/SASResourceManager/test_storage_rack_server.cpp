@@ -117,7 +117,9 @@ TEST_F(StorageOnTheRackServerTest, DisksFailRecoverAreSwappedLeaveAndComeBack)
     const std::string failed = "Failed to read Informational Exceptions log page from disk drive.";
     const Json::Value fault = event(538, serial);
     EXPECT_EQ(fault["VariableData"]["EventInfo"].asString(), failed);
-    EXPECT_NE(fault["PhysicalLocation"].asString(), "");
+    // Its bay: a drive behind the card of slot 4, box 1, the description's bay.
+    EXPECT_EQ(disk["bay"].asInt(), 1);
+    EXPECT_EQ(fault["PhysicalLocation"].asString(), "3B0103010101FF04");
     EXPECT_TRUE(vekEventually([&] { return drive(serial)["EventInfo"].asString() == failed; }));
 
     set(id, "health=ok");

@@ -55,7 +55,15 @@ TEST(FCResourceManagerTest, WithoutCardsItRunsQuietlyAndWatchesOnceTheyCome)
     }));
     EXPECT_EQ(inventory[1]["WWNN"].asString(), "20:00:f4:c7:aa:1c:35:e1");
     EXPECT_EQ(inventory[1]["Status"]["State"].asString(), "Linkdown");
-    EXPECT_EQ(inventory[2]["Manufacturer"].asString(), "Emulex Corporation");
+    // The Emulex card whole: its model and part numbers from the card matrix
+    // by its PCI ids, its PL from the encoder (I/O card type 3, slot 6).
+    EXPECT_EQ(inventory[2], vekRecordingChannel::parse(R"json({
+        "WWNN": "20:00:00:90:fa:8c:7e:10", "WWPN": "10:00:00:90:fa:8c:7e:10", "SerialNumber": "FC21048812",
+        "FirmwareVersion": "14.0.499.25", "RomVersion": "14.0.499.25", "Manufacturer": "Emulex Corporation",
+        "Model": "32Gb 2-port Fibre Channel HBA (LPe35002)", "PartNumber": "ZV4-FC-32G2E",
+        "SparePartNumber": "ZV4-FC-32G2E-SP", "SKU": "ZR4-OPT-FC32E",
+        "Oem": {"Description": "PCI 0000:d8:00.0 r001u03p1i06", "PhysicalLocation": "03010301FF06FFFF"},
+        "Status": {"Health": "OK", "State": "Online"}})json"));
     EXPECT_TRUE(fc.isRunning());
 }
 

@@ -53,25 +53,10 @@ protected:
     vekFCInterface* fc = nullptr;
 };
 
+// The Emulex card whole is the manager test's; here the QLogic port that is down.
 TEST_F(FCVMwareInterfaceTest, BothHBAsOfTheRackServerWithTheirPlaces)
 {
     ASSERT_EQ(names(), (std::vector<std::string>{"vmhba2", "vmhba3", "vmhba4", "vmhba5"}));
-    FCDeviceInfo emulex;
-    fc->discoverFCProperties("vmhba4", emulex);
-    fc->discoverFCStatusInfo("vmhba4", emulex);
-    const Json::Value json = emulex.getFCDeviceInfoJson();
-    EXPECT_EQ(json["WWNN"].asString(), "20:00:00:90:fa:8c:7e:10");
-    EXPECT_EQ(json["WWPN"].asString(), "10:00:00:90:fa:8c:7e:10");
-    EXPECT_EQ(json["SerialNumber"].asString(), "FC21048812");
-    EXPECT_EQ(json["FirmwareVersion"].asString(), "14.0.499.25");
-    EXPECT_EQ(json["RomVersion"].asString(), "14.0.499.25");
-    EXPECT_EQ(json["Manufacturer"].asString(), "Emulex Corporation");
-    EXPECT_EQ(json["Oem"]["Description"].asString(), "PCI 0000:d8:00.0 r001u03p1i06");
-    EXPECT_EQ(json["Oem"]["PhysicalLocation"].asString(), "03010301FF06FFFF");
-    EXPECT_EQ(emulex.vendorId, "0x10df");
-    EXPECT_EQ(emulex.getNumberOfPorts(), 1);
-    EXPECT_EQ(emulex.getStatusJson()["State"].asString(), "Online");
-
     FCDeviceInfo qlogic;
     fc->discoverFCProperties("vmhba3", qlogic);
     fc->discoverFCStatusInfo("vmhba3", qlogic);

@@ -39,23 +39,6 @@ void setPortState(const std::string& scenarioFile, const std::string& state)
 
 const auto parse = vekRecordingChannel::parse;
 
-// The first member of that name anywhere in the value.
-Json::Value findMember(const Json::Value& value, const std::string& name)
-{
-    if (value.isObject() && value.isMember(name)) {
-        return value[name];
-    }
-    if (value.isObject() || value.isArray()) {
-        for (const Json::Value& inner : value) {
-            const Json::Value found = findMember(inner, name);
-            if (!found.isNull()) {
-                return found;
-            }
-        }
-    }
-    return Json::Value();
-}
-
 class FCEventsTest : public vekEventTestFixture {
 protected:
     void SetUp() override
@@ -192,7 +175,7 @@ TEST(FCServiceTest, PortDownAndUpReachTheRmcInOrder)
         [&] {
             for (const auto& command : rmc.spooledCommands()) {
                 if (command.name == "WriteInventory") {
-                    adapters = findMember(parse(command.payload), "FibreChannelDevices");
+                    adapters = parse(command.payload)["HostDataCollection"]["FibreChannelDevices"];
                 }
             }
             return adapters.isArray();

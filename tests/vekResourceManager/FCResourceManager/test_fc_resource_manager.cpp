@@ -54,7 +54,9 @@ TEST(FCResourceManagerTest, WithoutCardsItRunsQuietlyAndWatchesOnceTheyCome)
         return !fc.getInventoryJsonObject(inventory) && inventory.size() == 4;
     }));
     EXPECT_EQ(inventory[1]["WWNN"].asString(), "20:00:f4:c7:aa:1c:35:e1");
-    EXPECT_EQ(inventory[1]["Status"]["State"].asString(), "Linkdown");
+    // The QLogic card's second port is down.
+    EXPECT_EQ(inventory[1]["Oem"]["Description"].asString(), "PCI 0000:5e:00.1 r001u03p1i03");
+    EXPECT_EQ(inventory[1]["Status"], vekRecordingChannel::parse(R"({"State": "Linkdown", "Health": "Critical"})"));
     // The Emulex card whole: its model and part numbers from the card matrix
     // by its PCI ids, its PL from the encoder (I/O card type 3, slot 6).
     EXPECT_EQ(inventory[2], vekRecordingChannel::parse(R"json({

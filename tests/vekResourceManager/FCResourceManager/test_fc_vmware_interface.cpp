@@ -53,18 +53,6 @@ protected:
     vekFCInterface* fc = nullptr;
 };
 
-// The Emulex card whole is the manager test's; here the QLogic port that is down.
-TEST_F(FCVMwareInterfaceTest, BothHBAsOfTheRackServerWithTheirPlaces)
-{
-    ASSERT_EQ(names(), (std::vector<std::string>{"vmhba2", "vmhba3", "vmhba4", "vmhba5"}));
-    FCDeviceInfo qlogic;
-    fc->discoverFCProperties("vmhba3", qlogic);
-    fc->discoverFCStatusInfo("vmhba3", qlogic);
-    EXPECT_EQ(qlogic.description, "PCI 0000:5e:00.1 r001u03p1i03");
-    EXPECT_EQ(qlogic.getStatusJson()["State"].asString(), "Linkdown");
-    EXPECT_EQ(qlogic.getStatusJson()["Health"].asString(), "Critical");
-}
-
 // Each fault of the host's outputs or of a vendor call, and the adapters
 // that are then listed; adapters without an OS name all stand under one name.
 TEST_F(FCVMwareInterfaceTest, FaultsOfTheOutputsAndOfTheVendorCalls)

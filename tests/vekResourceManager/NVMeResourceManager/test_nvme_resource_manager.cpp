@@ -31,13 +31,13 @@ protected:
     vekLogTail debug{vekTestDebugLogPath()};
 };
 
-TEST_F(NVMeManagerTest, CardsGiveAControllerAndADriveBaysOnlyADrive)
+TEST_F(NVMeManagerTest, CardsGiveAControllerAndADriveBaysADriveAndAVmdDriveNothing)
 {
     ASSERT_TRUE(nvme.startManager());
     const std::vector<Json::Value> controllers = nvme.inventory(1);
     const std::vector<Json::Value> drives = nvme.inventory(2);
     ASSERT_EQ(controllers.size(), 2u);
-    // Three bays and two cards; the VMD drive is not this family's.
+    // Three bays and two cards; the VMD drive (below) is not this family's.
     ASSERT_EQ(drives.size(), 5u);
 
     const Json::Value card = vekNvmeTestHost::at(controllers, "0000:e3:00.0");
@@ -81,32 +81,21 @@ TEST_F(NVMeManagerTest, CardsGiveAControllerAndADriveBaysOnlyADrive)
                           "08 03010301FF08FFFF T3 R1 U3 P1 B255 S8 D255 X255",
                       }));
 
+    // On this platform a five-digit domain is a drive behind Intel VMD: the
+    // CPU's storage controller owns it, so the family leaves it out.
+    vekNvmeVmwareInterface interface(*vekSystemInterfaceFactory::getSystemInterface());
+    std::string address;
+    interface.getNvmePCIAddress(vekNvmeTestHost::kVmdDrive, address);
+    EXPECT_EQ(address, "10000:01:00.0");
+    EXPECT_TRUE(vekSCM::ServerChassisManagerFactory::getServerChassisManager()
+                    .isNVMeDeviceManagedByCPUStorageController(address));
+    EXPECT_TRUE(debug.contains("Total number of NVMe instances is [6]"));
+    EXPECT_TRUE(debug.contains("Total number of NVMe HBAs & unmanaged NVMe SSDs is [5]"));
+
     std::vector<Json::Value> none;
     nvme.manager().getInventoryJsonObject2(3, none);
     EXPECT_TRUE(none.empty());
     EXPECT_TRUE(log.contains("Unsupported inventory type"));
-}
-
-// On this platform a five-digit domain is a drive behind Intel VMD: the
-// CPU's storage controller owns it, so the NVMe family leaves it out.
-TEST_F(NVMeManagerTest, AVmdDrivePlacedByItsFiveDigitDomain)
-{
-    vekNvmeVmwareInterface interface(*vekSystemInterfaceFactory::getSystemInterface());
-    std::string address;
-    interface.getNvmePCIAddress(vekNvmeTestHost::kVmdDrive, address);
-    ASSERT_EQ(address, "10000:01:00.0");
-    EXPECT_TRUE(vekSCM::ServerChassisManagerFactory::getServerChassisManager()
-                    .isNVMeDeviceManagedByCPUStorageController(address));
-
-    vekNvmeDeviceDataCollector collector(std::unique_ptr<vekNvmeInterface>(
-        new vekNvmeVmwareInterface(*vekSystemInterfaceFactory::getSystemInterface())));
-    EXPECT_FALSE(collector.isPCIeCEMNVMeDevice(vekNvmeTestHost::kVmdDrive));
-    EXPECT_FALSE(collector.isUnmanagedCPUOrPCHAttachedNVMeSSD(vekNvmeTestHost::kVmdDrive));
-    std::vector<std::string> names;
-    collector.discoverNvmeDevices(names);
-    EXPECT_EQ(names, (std::vector<std::string>{"vmhba64", "vmhba65", "vmhba66", "vmhba7", "vmhba8"}));
-    EXPECT_TRUE(debug.contains("Total number of NVMe instances is [6]"));
-    EXPECT_TRUE(debug.contains("Total number of NVMe HBAs & unmanaged NVMe SSDs is [5]"));
 }
 
 TEST(NVMeLoopTest, TheTickIsTheGreatestCommonDivisorOfRefreshAndPoll)

@@ -24,34 +24,6 @@ protected:
     }
 };
 
-// The matrix's numbers come by the PCI ids NVML gives, the description by its address.
-TEST_F(GPUNVidiaInterfaceTest, RackServerGPUsAreReadWhole)
-{
-    std::vector<GPUInfo> gpus;
-    ASSERT_EQ(collector()->discoverGPUInventory(gpus), 0);
-    ASSERT_EQ(gpus.size(), 2u);
-    // The A100 in slot 5, the L40S in slot 9; the matrix keeps the A100's
-    // spare part and SKU off this server model.
-    const char* expected[] = {
-        R"({"Name": "NVIDIA A100 80GB PCIe", "Model": "GPU A100 80GB PCIe", "MaxSpeedMHZ": 1410,
-            "Oem": {"Description": "PCI 0000:ca:00.0 r001u03p1i05", "PhysicalLocation": "03010301FF05FFFF",
-                    "SerialNumber": "1324121034567", "PartNumber": "ZV4-GPU-A100", "SparePartNumber": "", "SKU": ""},)",
-        R"({"Name": "NVIDIA L40S", "Model": "GPU L40S 48GB PCIe", "MaxSpeedMHZ": 2520,
-            "Oem": {"Description": "PCI 0000:e5:00.0 r001u03p1i09", "PhysicalLocation": "03010301FF09FFFF",
-                    "SerialNumber": "1652023019876", "PartNumber": "ZV4-GPU-L40S",
-                    "SparePartNumber": "ZV4-GPU-L40S-SP", "SKU": "ZR4-OPT-L40S"},)",
-    };
-    for (size_t i = 0; i < gpus.size(); ++i) {
-        // As text: the speed is unsigned in the record, signed once parsed.
-        EXPECT_EQ(gpus[i].getGPUInstanceInfoJson().toStyledString(),
-                  vekRecordingChannel::parse(std::string(expected[i]) +
-                                             R"( "Manufacturer": "NVIDIA Corporation", "InstructionSet": "-1",
-                                                 "ProcessorType": "-1", "TotalCores": -1,
-                                                 "Status": {"State": "Online", "Health": "OK"}})")
-                      .toStyledString());
-    }
-}
-
 // A call that fails for the first GPU costs that GPU's record, not the other's.
 TEST_F(GPUNVidiaInterfaceTest, OneFailingCallCostsOnlyThatGPU)
 {

@@ -35,11 +35,27 @@ TEST_F(GPUResourceManagerTest, RackServerGPUsAreTheProcessorsOfTheInventory)
     std::vector<Json::Value> inventory;
     EXPECT_FALSE(gpu.getInventoryJsonObject(inventory));
     ASSERT_EQ(inventory.size(), 2u);
-    EXPECT_EQ(inventory[0]["Oem"]["Description"].asString(), "PCI 0000:ca:00.0 r001u03p1i05");
-    EXPECT_EQ(inventory[1]["Oem"]["Description"].asString(), "PCI 0000:e5:00.0 r001u03p1i09");
-    EXPECT_EQ(inventory[1]["Name"].asString(), "NVIDIA L40S");
-    EXPECT_EQ(inventory[1]["Model"].asString(), "GPU L40S 48GB PCIe");
-    EXPECT_EQ(inventory[1]["Status"]["State"].asString(), "Online");
+    // The A100 in slot 5, the L40S in slot 9, whole: the matrix's numbers come
+    // by the PCI ids NVML gives (and keep the A100's spare part and SKU off
+    // this server model), the description by its address.
+    const char* expected[] = {
+        R"({"Name": "NVIDIA A100 80GB PCIe", "Model": "GPU A100 80GB PCIe", "MaxSpeedMHZ": 1410,
+            "Oem": {"Description": "PCI 0000:ca:00.0 r001u03p1i05", "PhysicalLocation": "03010301FF05FFFF",
+                    "SerialNumber": "1324121034567", "PartNumber": "ZV4-GPU-A100", "SparePartNumber": "", "SKU": ""},)",
+        R"({"Name": "NVIDIA L40S", "Model": "GPU L40S 48GB PCIe", "MaxSpeedMHZ": 2520,
+            "Oem": {"Description": "PCI 0000:e5:00.0 r001u03p1i09", "PhysicalLocation": "03010301FF09FFFF",
+                    "SerialNumber": "1652023019876", "PartNumber": "ZV4-GPU-L40S",
+                    "SparePartNumber": "ZV4-GPU-L40S-SP", "SKU": "ZR4-OPT-L40S"},)",
+    };
+    for (size_t i = 0; i < inventory.size(); ++i) {
+        // As text: the speed is unsigned in the record, signed once parsed.
+        EXPECT_EQ(inventory[i].toStyledString(),
+                  vekRecordingChannel::parse(std::string(expected[i]) +
+                                             R"( "Manufacturer": "NVIDIA Corporation", "InstructionSet": "-1",
+                                                 "ProcessorType": "-1", "TotalCores": -1,
+                                                 "Status": {"State": "Online", "Health": "OK"}})")
+                      .toStyledString());
+    }
     EXPECT_TRUE(gpu.isRunning());
     EXPECT_EQ(vekLogCount(log, "discoverGpuInstance() for NVIDIA completed. Number of GPU's = [2]."), 1u);
 }

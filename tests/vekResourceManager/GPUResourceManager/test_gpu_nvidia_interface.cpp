@@ -1,5 +1,6 @@
-// The NVML reader through the real dlopen of the stand-in library: what a
-// GPU record holds, and how each kind of library failure degrades.
+// The NVML reader through the real dlopen of the stand-in library: how each
+// kind of library failure degrades (the records it reads are checked whole
+// in the GPU manager's inventory).
 
 #include "GPUResourceManager/GPUResourceManager.h"
 #include "GPUResourceManager/vekGPUNVidiaInterface.h"

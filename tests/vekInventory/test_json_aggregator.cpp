@@ -21,16 +21,6 @@
 
 namespace {
 
-// The level word of the log line that holds the text.
-std::string levelOf(const vekLogTail& log, const std::string& text)
-{
-    const std::string gained = log.newText();
-    const size_t at = gained.find(text);
-    const size_t line = at == std::string::npos ? 0 : gained.rfind('\n', at) + 1;
-    const size_t open = gained.find('[', line), close = gained.find(']', line);
-    return at == std::string::npos || close > at ? "" : gained.substr(open, close - open + 1);
-}
-
 // The host manager under the case's configuration.
 class TestHostResourceManager : public HostResourceManager {
 public:
@@ -231,7 +221,7 @@ TEST_F(JsonAggregatorTest, WithoutEnabledManagersNothingIsSentButTheFirstInvento
     EXPECT_FALSE(aggregator.isInventorySent());
     start({1, 3});
     ASSERT_TRUE(vekWaitForLog(main, "JSON_AGGR: No inventory information found!"));
-    EXPECT_EQ(levelOf(main, "No inventory information found!"), "[WARNING]");
+    EXPECT_EQ(vekLevelOf(main.newText(), "No inventory information found!"), "WARNING");
     EXPECT_TRUE(aggregator.isInventorySent());
     EXPECT_EQ(channel.count("WriteInventory"), 0u);
     EXPECT_EQ(factory->requests(1), 0);
@@ -246,7 +236,7 @@ TEST_F(JsonAggregatorTest, StopDuringTheReadinessWaitEndsWithoutInventory)
     start({1});
     aggregator.stopvekJsonAggregator();
 
-    EXPECT_EQ(levelOf(main, "JSON_AGGR: VEK Inventory Not Ready"), "[ERROR]") << main.newText();
+    EXPECT_EQ(vekLevelOf(main.newText(), "JSON_AGGR: VEK Inventory Not Ready"), "ERROR") << main.newText();
     EXPECT_TRUE(main.contains("JSON_AGGR: Stopped Json Aggregator gracefully."));
     EXPECT_TRUE(host.polls().empty());
     EXPECT_FALSE(aggregator.isInventorySent());

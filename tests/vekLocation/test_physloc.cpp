@@ -110,7 +110,7 @@ const std::vector<std::string> kTrbSlots = {
     slot("OCP r001u03p1o1", "0000:2a:00.0"), slot("NVMe Bay r001u03p1x1y02", "0000:87:00.0"),
     slot("Drive r001u03p1i04x2y07", "0000:88:00.0")};
 
-TEST_F(PhysLocTest, TrbEveryKindOfFru)
+TEST_F(PhysLocTest, TrbEveryKindOfFruAndTheLibrarysRefusals)
 {
     vekLogTail log(vekTestMainLogPath());
     on(4, kTrbSlots);
@@ -140,14 +140,9 @@ TEST_F(PhysLocTest, TrbEveryKindOfFru)
                              "[r001u03p1o1])"));
     EXPECT_TRUE(log.contains("PCI address [0000:99:00.0]: Unsupported/Unrecognized GeoID Type: [0 - ]! Invalid PL will "
                              "be reported."));
-}
 
-// Decoding goes through the library too; what the library refuses ends in
-// an exception for a decode and in all-F for an encode.
-TEST_F(PhysLocTest, TrbLibraryDecodesAndItsRefusals)
-{
-    vekLogTail log(vekTestMainLogPath());
-    on(4, kTrbSlots);
+    // Decoding goes through the library too; what the library refuses ends
+    // in an exception for a decode and in all-F for an encode.
     const std::string code = physloc->getPhysLocForPCIDevice("0000:5e:00.0");
     EXPECT_EQ(physloc->getDecodedPhysLocLongFormat(code), "T3 R1 U3 P1 B255 S4 D255 X255");
     // The all-F code is a PL like any other to the library.

@@ -6,6 +6,7 @@
 #include "FCResourceManager/vekFCEventManager.h"
 #include "FCResourceManager/vekFCEventNotifier.h"
 #include "FCResourceManager/vekFCInterface.h"
+#include "vekBundledProfile.h"
 #include "vekEventTestFixture.h"
 #include "vekLocationTestHost.h"
 #include "vekOSInterface.h"
@@ -22,18 +23,11 @@
 
 #include <cstdlib>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
-
-void copyProfile(const std::string& to)
-{
-    const std::string copy = std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" + to + "'";
-    ASSERT_EQ(system(copy.c_str()), 0);
-}
 
 // Sets the first port state of the QLogic scenario's first adapter (vmhba2).
 void setPortState(const std::string& scenarioFile, const std::string& state)
@@ -43,36 +37,13 @@ void setPortState(const std::string& scenarioFile, const std::string& state)
     ASSERT_EQ(system(edit.c_str()), 0);
 }
 
-Json::Value parse(const std::string& text)
-{
-    Json::Value value;
-    std::istringstream in(text);
-    Json::parseFromStream(Json::CharReaderBuilder(), in, &value, nullptr);
-    return value;
-}
-
-// The first member of that name anywhere in the value.
-Json::Value findMember(const Json::Value& value, const std::string& name)
-{
-    if (value.isObject() && value.isMember(name)) {
-        return value[name];
-    }
-    if (value.isObject() || value.isArray()) {
-        for (const Json::Value& inner : value) {
-            const Json::Value found = findMember(inner, name);
-            if (!found.isNull()) {
-                return found;
-            }
-        }
-    }
-    return Json::Value();
-}
+const auto parse = vekRecordingChannel::parse;
 
 class FCEventsTest : public vekEventTestFixture {
 protected:
     void SetUp() override
     {
-        copyProfile(root.path());
+        ASSERT_NO_FATAL_FAILURE(vekCopyBundledProfile(root));
         root.makeDirectory("/opt/zolvek/tmp");
         services = &host.services();
         services->SetCommunicationService(com);
@@ -204,7 +175,7 @@ TEST(FCServiceTest, PortDownAndUpReachTheRmcInOrder)
         [&] {
             for (const auto& command : rmc.spooledCommands()) {
                 if (command.name == "WriteInventory") {
-                    adapters = findMember(parse(command.payload), "FibreChannelDevices");
+                    adapters = parse(command.payload)["HostDataCollection"]["FibreChannelDevices"];
                 }
             }
             return adapters.isArray();

@@ -4,6 +4,7 @@
 // call makes of them.
 
 #include "FCResourceManager/vekFCInterface.h"
+#include "vekBundledProfile.h"
 #include "vekLocationTestHost.h"
 #include "vekOSInterface.h"
 #include "vekTestRoot.h"
@@ -28,12 +29,7 @@ protected:
         fc = os->getFCInterface();
     }
 
-    void restoreProfile()
-    {
-        const std::string copy =
-            std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" + root.path() + "'";
-        ASSERT_EQ(system(copy.c_str()), 0);
-    }
+    void restoreProfile() { vekCopyBundledProfile(root); }
 
     std::vector<std::string> names()
     {
@@ -56,33 +52,6 @@ protected:
     vekOSInterface* os = nullptr;
     vekFCInterface* fc = nullptr;
 };
-
-TEST_F(FCVMwareInterfaceTest, BothHBAsOfTheRackServerWithTheirPlaces)
-{
-    ASSERT_EQ(names(), (std::vector<std::string>{"vmhba2", "vmhba3", "vmhba4", "vmhba5"}));
-    FCDeviceInfo emulex;
-    fc->discoverFCProperties("vmhba4", emulex);
-    fc->discoverFCStatusInfo("vmhba4", emulex);
-    const Json::Value json = emulex.getFCDeviceInfoJson();
-    EXPECT_EQ(json["WWNN"].asString(), "20:00:00:90:fa:8c:7e:10");
-    EXPECT_EQ(json["WWPN"].asString(), "10:00:00:90:fa:8c:7e:10");
-    EXPECT_EQ(json["SerialNumber"].asString(), "FC21048812");
-    EXPECT_EQ(json["FirmwareVersion"].asString(), "14.0.499.25");
-    EXPECT_EQ(json["RomVersion"].asString(), "14.0.499.25");
-    EXPECT_EQ(json["Manufacturer"].asString(), "Emulex Corporation");
-    EXPECT_EQ(json["Oem"]["Description"].asString(), "PCI 0000:d8:00.0 r001u03p1i06");
-    EXPECT_EQ(json["Oem"]["PhysicalLocation"].asString(), "03010301FF06FFFF");
-    EXPECT_EQ(emulex.vendorId, "0x10df");
-    EXPECT_EQ(emulex.getNumberOfPorts(), 1);
-    EXPECT_EQ(emulex.getStatusJson()["State"].asString(), "Online");
-
-    FCDeviceInfo qlogic;
-    fc->discoverFCProperties("vmhba3", qlogic);
-    fc->discoverFCStatusInfo("vmhba3", qlogic);
-    EXPECT_EQ(qlogic.description, "PCI 0000:5e:00.1 r001u03p1i03");
-    EXPECT_EQ(qlogic.getStatusJson()["State"].asString(), "Linkdown");
-    EXPECT_EQ(qlogic.getStatusJson()["Health"].asString(), "Critical");
-}
 
 // Each fault of the host's outputs or of a vendor call, and the adapters
 // that are then listed; adapters without an OS name all stand under one name.

@@ -3,6 +3,7 @@
 // A copy of the bundled rack server for the GPU cases: its two GPUs answer
 // through the stand-in NVML, whose scenario a case rewrites.
 
+#include "vekBundledProfile.h"
 #include "vekLocationTestHost.h"
 #include "vekTestRoot.h"
 
@@ -19,9 +20,7 @@ protected:
     void SetUp() override
     {
         setenv("VEK_TIME_SCALE", "1000", 1);
-        const std::string copy =
-            std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" + root.path() + "'";
-        ASSERT_EQ(system(copy.c_str()), 0);
+        ASSERT_NO_FATAL_FAILURE(vekCopyBundledProfile(root));
         root.makeDirectory("/opt/zolvek/tmp");
         std::istringstream in(root.readFile(kScenario));
         std::string errors;

@@ -1,5 +1,6 @@
 #include "HostResourceManager/HostResourceManager.h"
 
+#include "vekBundledProfile.h"
 #include "vekConfig.h"
 #include "vekFactory.h"
 #include "vekGlobalDef.h"
@@ -55,12 +56,7 @@ private:
 class HostResourceManagerTest : public vekRootTest {
 protected:
     // The rack-type4 simulated host as the root.
-    void useSimulatedHost() const
-    {
-        const std::string copy =
-            std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" + root.path() + "'";
-        ASSERT_EQ(system(copy.c_str()), 0);
-    }
+    void useSimulatedHost() const { vekCopyBundledProfile(root); }
 
     TestHostResourceManager& manager(const std::string& more = "")
     {
@@ -256,7 +252,9 @@ TEST_F(HostResourceManagerTest, TestEventGoesThroughTheCommunicationManager)
     EXPECT_EQ(event["Source"], "VEK-CLI");
     EXPECT_EQ(event["PhysicalLocation"], "Not-Available");
     EXPECT_FALSE(event.isMember("VariableData"));
-    EXPECT_FALSE(event["EventTime"].asString().empty());
+    EXPECT_TRUE(std::regex_match(event["EventTime"].asString(),
+                                 std::regex("[A-Z][a-z]{2} [A-Z][a-z]{2} +[0-9]{1,2} [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}")))
+        << event["EventTime"];
 }
 
 TEST(HostResourceManagerFactory, IdOneIsTheHostSingleton)

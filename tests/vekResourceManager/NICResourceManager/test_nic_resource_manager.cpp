@@ -2,17 +2,17 @@
 // inventory as the aggregator reads it, and its stop.
 
 #include "NICResourceManager/NICResourceManager.h"
+#include "vekBundledProfile.h"
 #include "vekFactory.h"
 #include "vekLocationTestHost.h"
 #include "vekResourceIds.h"
+#include "vekTestInventoryPush.h"
 #include "vekTestRoot.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -22,9 +22,7 @@ protected:
     void SetUp() override
     {
         setenv("VEK_TIME_SCALE", "1000", 1);
-        const std::string copy =
-            std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" + root.path() + "'";
-        ASSERT_EQ(system(copy.c_str()), 0);
+        ASSERT_NO_FATAL_FAILURE(vekCopyBundledProfile(root));
         root.makeDirectory("/opt/zolvek/tmp");
         root.writeConfig(R"({"EnableResources": ["HostOSInfo", "EthernetDevices"],
                              "CacheRefreshInSeconds": {"EthernetDevices": 3600}})");
@@ -38,39 +36,29 @@ TEST_F(NICResourceManagerTest, BundledRackServerPortsAreInTheInventory)
     vekPlatformServices& services = host.services();
     NICResourceManager& nic = NICResourceManager::getInstance();
     EXPECT_EQ(vekFactory().createInstance(vekResourceIds::ETHERNET), &nic);
-    std::thread job([&] { nic.init(services); });
-    struct StopOnExit {
-        NICResourceManager& nic;
-        std::thread& job;
-        ~StopOnExit()
-        {
-            nic.stopResourceManagerJob();
-            job.join();
-        }
-    } stopOnExit{nic, job};
-    for (int i = 0; i < 2000 && !nic.isInventoryReady(0); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_TRUE(nic.isInventoryReady(0));
+    vekManagerJob job(nic, services);
+    ASSERT_TRUE(vekEventually([&] { return nic.isInventoryReady(0); }));
 
     std::vector<Json::Value> inventory;
     EXPECT_FALSE(nic.getInventoryJsonObject(inventory));
     ASSERT_EQ(inventory.size(), 4u); // vusb0 is a virtual port
-    EXPECT_EQ(inventory[0]["MACAddress"].asString(), "b4:96:91:a1:10:20");
-    EXPECT_EQ(inventory[0]["SpeedMbps"].asInt(), 25000);
-    EXPECT_EQ(inventory[0]["FirmwareVersion"].asString(), "4.20 0x80017785 1.3346.0");
-    EXPECT_EQ(inventory[0]["Oem"]["Description"].asString(), "PCI 0000:16:00.0 r001u03p1i01");
-    EXPECT_EQ(inventory[0]["Status"]["State"].asString(), "Online");
+    // The card's numbers come from the card matrix by its PCI ids; its PL
+    // from the encoder: I/O card type 3, rack 1, unit 3, partition 1, slot 1.
+    EXPECT_EQ(inventory[0], vekRecordingChannel::parse(R"({
+        "FirmwareVersion": "4.20 0x80017785 1.3346.0", "MACAddress": "b4:96:91:a1:10:20",
+        "Manufacturer": "Intel Corporation", "Model": "Ethernet 25Gb 2-port E810-C SFP28 Adapter",
+        "Oem": {"Description": "PCI 0000:16:00.0 r001u03p1i01", "DeviceName": "0000:16:00.0",
+                "PhysicalLocation": "03010301FF01FFFF"},
+        "PartNumber": "ZV4-NIC-25G2", "SKU": "ZR4-OPT-NIC25", "SerialNumber": "",
+        "SparePartNumber": "ZV4-NIC-25G2-SP", "SpeedMbps": 25000,
+        "Status": {"Health": "OK", "State": "Online"}})"));
     EXPECT_EQ(inventory[2]["Oem"]["Description"].asString(), "PCI 0000:2a:00.0 r001u03p1o1");
     // The administratively down port.
     EXPECT_EQ(inventory[3]["Status"]["State"].asString(), "Offline");
     EXPECT_EQ(inventory[3]["Status"]["Health"].asString(), "OK");
 
     // The watch of the links starts right after the first build.
-    for (int i = 0; i < 200 && nic.getEventManager() == nullptr; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_NE(nic.getEventManager(), nullptr);
+    ASSERT_TRUE(vekEventually([&] { return nic.getEventManager() != nullptr; }));
     EXPECT_TRUE(nic.isRunning());
     const std::map<std::string, int> ports = nic.getEventManager()->getPortStates();
     EXPECT_EQ(ports.at("vmnic0"), Port_Link_Up);

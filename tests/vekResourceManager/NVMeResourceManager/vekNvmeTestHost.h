@@ -6,6 +6,7 @@
 // thread of its own, stopped at the end.
 
 #include "NVMeResourceManager/NVMeResourceManager.h"
+#include "vekBundledProfile.h"
 #include "vekConfig.h"
 #include "vekLocationTestHost.h"
 #include "vekOSInterface.h"
@@ -15,8 +16,10 @@
 
 #include <json/json.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -38,9 +41,7 @@ public:
 
     explicit vekNvmeTestHost(const vekTestRoot& root) : root_(root), location_(root)
     {
-        const std::string copy = std::string("cp -r '") + VEK_SIMHOST_DIR + "/profiles/rack-type4/.' '" +
-                                 root.path() + "'";
-        EXPECT_EQ(system(copy.c_str()), 0);
+        vekCopyBundledProfile(root);
         // A long refresh: the cases watch the ten-second poll, sped up.
         root.writeConfig(R"({"EnableResources": ["NVMeControllers"], "LoggingLevel": "Debug",
                              "CacheRefreshInSeconds": {"NVMeControllers": 3600}})");
@@ -84,26 +85,22 @@ public:
         return out;
     }
 
-    // The controller whose description names the address.
+    // The controller whose description names the address; the drive in
+    // that slot ("07" a card's slot, "01" a bay). Null when there is none.
     static Json::Value at(const std::vector<Json::Value>& list, const std::string& pciAddress)
     {
-        for (const Json::Value& item : list) {
-            if (item["Oem"]["Description"].asString().find("PCI " + pciAddress + " ") == 0) {
-                return item;
-            }
-        }
-        return Json::Value();
+        return first(list, [&](const Json::Value& item) {
+            return item["Oem"]["Description"].asString().find("PCI " + pciAddress + " ") == 0;
+        });
     }
-
-    // The drive in that slot ("07" a card's slot, "01" a bay).
     static Json::Value inSlot(const std::vector<Json::Value>& drives, const std::string& slot)
     {
-        for (const Json::Value& item : drives) {
-            if (item["Oem"]["Slot"].asString() == slot) {
-                return item;
-            }
-        }
-        return Json::Value();
+        return first(drives, [&](const Json::Value& item) { return item["Oem"]["Slot"].asString() == slot; });
+    }
+    static Json::Value first(const std::vector<Json::Value>& list, const std::function<bool(const Json::Value&)>& is)
+    {
+        const auto found = std::find_if(list.begin(), list.end(), is);
+        return found == list.end() ? Json::Value() : *found;
     }
 
     // Rewrites the device's SMART log with these warning flags set.

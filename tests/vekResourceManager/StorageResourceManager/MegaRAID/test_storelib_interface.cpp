@@ -14,15 +14,6 @@
 
 namespace {
 
-size_t occurrences(const std::string& text, const std::string& word)
-{
-    size_t count = 0;
-    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
-        ++count;
-    }
-    return count;
-}
-
 TEST(MegaRAIDStoreLibTablesTest, FirmwareStatesRaidLevelsAndHealth)
 {
     struct Drive {
@@ -80,11 +71,11 @@ TEST(MegaRAIDStoreLibLoadTest, ALibraryThatFailsToLoadIsNotTriedAgain)
     EXPECT_FALSE(absent.vekStoreInit());
     EXPECT_FALSE(absent.isInitialized());
     const std::string told = log.newText();
-    EXPECT_EQ(occurrences(told, "Failed to load library for monitoring MegaRAID devices. If you need VEK to monitor "
+    EXPECT_EQ(vekOccurrences(told, "Failed to load library for monitoring MegaRAID devices. If you need VEK to monitor "
                                 "this class of devices, then kindly remove and install storelib package and restart"),
               1u)
         << told;
-    EXPECT_EQ(occurrences(told, "Error occurred while loading MegaRAID lib dlerror = libstorelib-absent.so"), 1u);
+    EXPECT_EQ(vekOccurrences(told, "Error occurred while loading MegaRAID lib dlerror = libstorelib-absent.so"), 1u);
     // Nothing reaches a library that is not there.
     _SL_LIB_CMD_PARAM_T param{};
     EXPECT_EQ(absent.ProcessLibCommandCall(param), SL_ERR_INIT_NOT_DONE);
@@ -101,13 +92,9 @@ TEST_F(MegaRAIDStoreLibTest, TheCacheHoldsTheRackServersControllerDrivesAndVolum
     lib.cacheBuild("All");
     const std::vector<CTRL_INFO> ctrls = lib.getControllerCollection();
     ASSERT_EQ(ctrls.size(), 1u);
-    EXPECT_EQ(ctrls[0].serialNumber, "SKC4012345");
+    // What the controller's record shows of it is the controller test's; the
+    // library's model still carries the cache size.
     EXPECT_EQ(ctrls[0].model, "MegaRAID 9560-16i 8GB");
-    EXPECT_EQ(ctrls[0].firmwareVersion, "5.220.02-3691");
-    EXPECT_EQ(ctrls[0].pciLocation, "0000:3b:00.0");
-    EXPECT_EQ(ctrls[0].chipsetId, 0x10E21000u);
-    EXPECT_EQ(ctrls[0].boardId, 0x40001000u);
-    EXPECT_EQ(ctrls[0].protocol, "SAS/SATA/NVMe");
     uint32_t id = 99;
     EXPECT_TRUE(lib.getControllerID("SKC4012345", id));
     EXPECT_EQ(id, 0u);
@@ -120,9 +107,6 @@ TEST_F(MegaRAIDStoreLibTest, TheCacheHoldsTheRackServersControllerDrivesAndVolum
     EXPECT_EQ(pds[0].protocol, "SAS");
     EXPECT_EQ(pds[0].mediaType, "HDD");
     EXPECT_EQ(pds[0].capacityBytes, 2344225968ULL * 512);
-    EXPECT_EQ(pds[0].enclosure, 252);
-    EXPECT_EQ(pds[0].slot, 1);
-    EXPECT_EQ(pds[0].connectorNames, std::vector<std::string>{"C0.0"});
     EXPECT_EQ(pds[3].connectorNames, std::vector<std::string>{"C0.1"});
     EXPECT_EQ(pds[3].protocol, "SATA");
     EXPECT_EQ(pds[3].mediaType, "SSD");

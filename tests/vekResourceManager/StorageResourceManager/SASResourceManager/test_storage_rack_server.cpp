@@ -3,6 +3,7 @@
 // leaves and comes back, as the RMC receives it.
 
 #include "SASResourceManager.h"
+#include "vekBundledProfile.h"
 #include "vekDiskEmulator.h"
 #include "vekTestStorage.h"
 
@@ -10,9 +11,7 @@
 #include <json/json.h>
 
 #include <cstdio>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,15 +22,11 @@ class StorageOnTheRackServerTest : public vekRootTest {
 protected:
     void SetUp() override
     {
-        const std::string profile = std::string(VEK_SIMHOST_DIR) + "/profiles/rack-type4";
-        std::ifstream description(profile + "/sim/disks.json");
-        ASSERT_TRUE(description) << "the profile describes no storage";
-        std::stringstream text;
-        text << description.rdbuf();
-        storage = vekRecordingChannel::parse(text.str());
+        storage = vekRecordingChannel::parse(vekBundledProfileFile("sim/disks.json"));
+        ASSERT_TRUE(storage.isObject()) << "the profile describes no storage";
         // Ten-second polls in a tenth of a second.
         setenv("VEK_TIME_SCALE", "100", 1);
-        ASSERT_EQ(system(("cp -r '" + profile + "/.' '" + root.path() + "'").c_str()), 0);
+        ASSERT_NO_FATAL_FAILURE(vekCopyBundledProfile(root));
         // The HBA alone: without their scenarios the SmartRAID and MegaRAID
         // libraries see no controller.
         std::remove(root.hostPath("/sim/libstoragecore.json").c_str());
@@ -122,7 +117,9 @@ TEST_F(StorageOnTheRackServerTest, DisksFailRecoverAreSwappedLeaveAndComeBack)
     const std::string failed = "Failed to read Informational Exceptions log page from disk drive.";
     const Json::Value fault = event(538, serial);
     EXPECT_EQ(fault["VariableData"]["EventInfo"].asString(), failed);
-    EXPECT_NE(fault["PhysicalLocation"].asString(), "");
+    // Its bay: a drive behind the card of slot 4, box 1, the description's bay.
+    EXPECT_EQ(disk["bay"].asInt(), 1);
+    EXPECT_EQ(fault["PhysicalLocation"].asString(), "3B0103010101FF04");
     EXPECT_TRUE(vekEventually([&] { return drive(serial)["EventInfo"].asString() == failed; }));
 
     set(id, "health=ok");

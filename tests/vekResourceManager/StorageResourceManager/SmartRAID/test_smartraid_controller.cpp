@@ -13,13 +13,14 @@
 
 namespace {
 
-size_t occurrences(const std::string& text, const std::string& part)
+// "ID: EventInfo" of each event sent, once at least that many came.
+std::vector<std::string> sentLines(vekStorageEventsHost& events, size_t atLeast)
 {
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
-        ++count;
+    std::vector<std::string> lines;
+    for (const Json::Value& event : events.events(atLeast)) {
+        lines.push_back(std::to_string(event["ID"].asInt()) + ": " + event["VariableData"]["EventInfo"].asString());
     }
-    return count;
+    return lines;
 }
 
 class SmartRAIDControllerTest : public vekRootTest {
@@ -28,16 +29,7 @@ protected:
     vekStorageEventsHost events{root};
     vekSmartRAIDTestHost host{root};
 
-    // "ID: EventInfo" of each event sent, once at least that many came.
-    std::vector<std::string> sent(size_t atLeast)
-    {
-        std::vector<std::string> lines;
-        for (const Json::Value& event : events.events(atLeast)) {
-            lines.push_back(std::to_string(event["ID"].asInt()) + ": " +
-                            event["VariableData"]["EventInfo"].asString());
-        }
-        return lines;
-    }
+    std::vector<std::string> sent(size_t atLeast) { return sentLines(events, atLeast); }
 };
 
 } // namespace
@@ -155,19 +147,16 @@ TEST(SmartRAIDEvents, ControllerEventStreamWithTheForwardingOptionOffAndOn)
             modeHost.pushEvent(step.classCode, step.subclass, step.detail, extra);
         }
         // The last step always goes out, so all before it were handled.
-        std::vector<std::string> lines;
-        for (const Json::Value& event : modeEvents.events(mode.expected.size())) {
-            lines.push_back(std::to_string(event["ID"].asInt()) + ": " + event["VariableData"]["EventInfo"].asString());
-        }
+        std::vector<std::string> lines = sentLines(modeEvents, mode.expected.size());
         // The outbound queue orders by priority only: compare as sets.
         std::vector<std::string> expected = mode.expected;
         std::sort(lines.begin(), lines.end());
         std::sort(expected.begin(), expected.end());
         EXPECT_EQ(lines, expected) << "forward all: " << mode.forwardAll;
         const std::string text = tail.newText();
-        EXPECT_EQ(occurrences(text, "Skipping pre-registration event [CC=2, SCC=0, DC=1, (Old fault)]"), 1u) << text;
-        EXPECT_EQ(occurrences(text, "(Current tag: [40]; Last known tag: [4])"), 1u) << text;
-        EXPECT_EQ(occurrences(text, "VEK missed one or more events"), 1u);
+        EXPECT_EQ(vekOccurrences(text, "Skipping pre-registration event [CC=2, SCC=0, DC=1, (Old fault)]"), 1u) << text;
+        EXPECT_EQ(vekOccurrences(text, "(Current tag: [40]; Last known tag: [4])"), 1u) << text;
+        EXPECT_EQ(vekOccurrences(text, "VEK missed one or more events"), 1u);
     }
 }
 

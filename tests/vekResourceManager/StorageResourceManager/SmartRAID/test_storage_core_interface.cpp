@@ -12,15 +12,6 @@
 
 namespace {
 
-size_t occurrences(const std::string& text, const std::string& part)
-{
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
-        ++count;
-    }
-    return count;
-}
-
 class StorageCoreInterfaceTest : public vekRootTest {
 protected:
     vekLogTail log{vekTestMainLogPath()};
@@ -52,7 +43,7 @@ TEST_F(StorageCoreInterfaceTest, ALibraryThatCannotBeBoundLeavesOneLineAndNoCont
         EXPECT_FALSE(sci.isInitialized()) << c.what;
         sci.cacheBuild();
         EXPECT_TRUE(sci.getControllerCollection().empty()) << c.what;
-        EXPECT_EQ(occurrences(tail.newText(), c.line), 1u) << c.what << ":\n" << tail.newText();
+        EXPECT_EQ(vekOccurrences(tail.newText(), c.line), 1u) << c.what << ":\n" << tail.newText();
         EXPECT_FALSE(tail.contains("Successfully initialized")) << c.what;
     }
 }
@@ -66,8 +57,8 @@ TEST_F(StorageCoreInterfaceTest, AStorageLibraryThatRefusesToStartEmptiesTheFami
     auto& factory = vekSmartRAIDControllerFactory::getInstance();
     EXPECT_LT(factory.discoverControllers(controllers), 0);
     EXPECT_TRUE(controllers.empty());
-    EXPECT_EQ(occurrences(log.newText(), "Failed to initialize storage core library. (ret: 0x01)"), 1u) << log.newText();
-    EXPECT_EQ(occurrences(log.newText(), "Failed to initialize SmartRAID library."), 1u);
+    EXPECT_EQ(vekOccurrences(log.newText(), "Failed to initialize storage core library. (ret: 0x01)"), 1u) << log.newText();
+    EXPECT_EQ(vekOccurrences(log.newText(), "Failed to initialize SmartRAID library."), 1u);
 
     // The next build tries again, and then finds the controller.
     host.scenario["failInitialize"] = false;
@@ -91,7 +82,7 @@ TEST_F(StorageCoreInterfaceTest, ACDAThatFailsSkipsOnlyItsController)
     EXPECT_EQ(controllers[0]->pciLocation, "0:230:0.0");
     EXPECT_NE(sci.getControllerAt("0:230:0.0"), nullptr);
     EXPECT_EQ(sci.getControllerAt("0:231:0.0"), nullptr);
-    EXPECT_EQ(occurrences(log.newText(), "Failed to initialize CDA for handle 0x"), 1u) << log.newText();
+    EXPECT_EQ(vekOccurrences(log.newText(), "Failed to initialize CDA for handle 0x"), 1u) << log.newText();
     EXPECT_TRUE(log.contains("(ret: 0x1)"));
 
     // A rebuild keeps the known controller's entry, and so its CDA.
@@ -116,6 +107,6 @@ TEST_F(StorageCoreInterfaceTest, ACacheLockHeldPastItsTriesGivesAnEmptyList)
     sci.cache_unlock();
     unsetenv("VEK_TIME_SCALE");
     EXPECT_TRUE(seen.empty());
-    EXPECT_EQ(occurrences(log.newText(), "Failed to acquire lock."), 3u);
+    EXPECT_EQ(vekOccurrences(log.newText(), "Failed to acquire lock."), 3u);
     EXPECT_EQ(sci.getControllerCollection().size(), 1u);
 }

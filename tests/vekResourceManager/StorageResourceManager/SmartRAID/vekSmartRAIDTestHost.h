@@ -17,73 +17,35 @@
 #include <string>
 #include <vector>
 
-inline Json::Value vekSmartRAIDTestDrive(const std::string& protocol, const std::string& serial, const std::string& bay,
-                                         int connector)
-{
-    Json::Value drive;
-    drive["protocol"] = protocol;
-    drive["media"] = protocol == "SATA" ? "SSD" : "HDD";
-    drive["model"] = protocol == "SATA" ? "SAMSUNG MZ7L3480HCHQ-00A07" : "ST2400MM0129";
-    drive["vendor"] = protocol == "SATA" ? "ATA" : "SEAGATE";
-    drive["serial"] = serial;
-    drive["firmware"] = protocol == "SATA" ? "JXTC304Q" : "C003";
-    drive["size"] = Json::UInt64(protocol == "SATA" ? 480103981056ULL : 2400476553216ULL);
-    drive["status"] = 0;
-    drive["port"] = connector == 0 ? "1I" : "2I";
-    drive["box"] = "1";
-    drive["bay"] = bay;
-    drive["connector"] = connector;
-    return drive;
-}
-
-// The controller of the rack server's slot 10, as the library describes it.
+// The controller of the rack server's slot 10, as the library describes it:
+// two SATA SSDs in a mirror on connector 1I, three SAS disks in a RAID 5 on
+// 2I, and its UBM backplane.
 inline Json::Value vekSmartRAIDTestController(const std::string& pci = "0000:e6:00.0")
 {
-    Json::Value c;
-    c["pci"] = pci;
-    c["vendor"] = "0x9005";
-    c["device"] = "0x028f";
-    c["subVendor"] = "0x9005";
-    c["subDevice"] = "0x1a20";
-    c["serial"] = "SR3254A0001";
-    c["firmware"] = "5.61";
-    c["build"] = "112";
-    c["status"] = 0;
-    c["connectors"].append(Json::Value());
-    c["connectors"][0]["name"] = "1I";
-    c["connectors"][1]["name"] = "2I";
-    c["drives"].append(vekSmartRAIDTestDrive("SATA", "S6KPNA0T100001", "1", 0));
-    c["drives"].append(vekSmartRAIDTestDrive("SATA", "S6KPNA0T100002", "2", 0));
-    c["drives"].append(vekSmartRAIDTestDrive("SAS", "WBN0SR000003", "3", 1));
-    c["drives"].append(vekSmartRAIDTestDrive("SAS", "WBN0SR000004", "4", 1));
-    c["drives"].append(vekSmartRAIDTestDrive("SAS", "WBN0SR000005", "5", 1));
-    Json::Value mirror;
-    mirror["id"] = "600508B1001C5E0A4D1F2E3A4B5C6D01";
-    mirror["raid"] = 1;
-    mirror["size"] = Json::UInt64(480000000000ULL);
-    mirror["drives"].append(0);
-    mirror["drives"].append(1);
-    Json::Value parity;
-    parity["id"] = "600508B1001C5E0A4D1F2E3A4B5C6D02";
-    parity["raid"] = 5;
-    parity["size"] = Json::UInt64(4800000000000ULL);
-    for (int d : {2, 3, 4}) {
-        parity["drives"].append(d);
-    }
-    c["volumes"].append(mirror);
-    c["volumes"].append(parity);
-    Json::Value enclosure;
-    enclosure["vendor"] = "MSCC";
-    enclosure["product"] = "Smart Adapter";
-    enclosure["serial"] = "BP0SR00001";
-    enclosure["bays"] = 8;
-    enclosure["paths"].append("1I");
-    enclosure["paths"].append("2I");
-    enclosure["ubm"]["product"] = "8 SFF UBM Backplane";
-    enclosure["ubm"]["version"] = "1.12";
-    enclosure["ubm"]["partNumber"] = "BP-8SFF-UBM";
-    c["enclosures"].append(enclosure);
-    c["events"] = Json::Value(Json::arrayValue);
+    auto drive = [](const std::string& protocol, const std::string& serial, const std::string& bay) {
+        const bool sata = protocol == "SATA";
+        return "{\"protocol\": \"" + protocol + "\", \"serial\": \"" + serial + "\", \"bay\": \"" + bay +
+               "\", \"box\": \"1\", \"status\": 0, " +
+               (sata ? R"("media": "SSD", "model": "SAMSUNG MZ7L3480HCHQ-00A07", "vendor": "ATA", "firmware": "JXTC304Q",
+                        "size": 480103981056, "port": "1I", "connector": 0})"
+                     : R"("media": "HDD", "model": "ST2400MM0129", "vendor": "SEAGATE", "firmware": "C003",
+                        "size": 2400476553216, "port": "2I", "connector": 1})");
+    };
+    Json::Value c = vekRecordingChannel::parse(
+        "{\"pci\": \"" + pci + R"(", "vendor": "0x9005", "device": "0x028f", "subVendor": "0x9005",
+          "subDevice": "0x1a20", "serial": "SR3254A0001", "firmware": "5.61", "build": "112", "status": 0,
+          "connectors": [{"name": "1I"}, {"name": "2I"}], "events": [],
+          "volumes": [{"id": "600508B1001C5E0A4D1F2E3A4B5C6D01", "raid": 1, "size": 480000000000, "drives": [0, 1]},
+                      {"id": "600508B1001C5E0A4D1F2E3A4B5C6D02", "raid": 5, "size": 4800000000000,
+                       "drives": [2, 3, 4]}],
+          "enclosures": [{"vendor": "MSCC", "product": "Smart Adapter", "serial": "BP0SR00001", "bays": 8,
+                          "paths": ["1I", "2I"],
+                          "ubm": {"product": "8 SFF UBM Backplane", "version": "1.12", "partNumber": "BP-8SFF-UBM"}}],
+          "drives": [)" +
+        drive("SATA", "S6KPNA0T100001", "1") + ", " + drive("SATA", "S6KPNA0T100002", "2") + ", " +
+        drive("SAS", "WBN0SR000003", "3") + ", " + drive("SAS", "WBN0SR000004", "4") + ", " +
+        drive("SAS", "WBN0SR000005", "5") + "]}");
+    EXPECT_TRUE(c.isObject()) << c;
     return c;
 }
 

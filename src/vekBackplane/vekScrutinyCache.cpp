@@ -4,6 +4,7 @@
 
 #include "vekGlobalDef.h"
 #include "vekLog.h"
+#include "vekTimedLock.h"
 #include "vekScrutinyInterface.h"
 
 #include <algorithm>
@@ -35,7 +36,7 @@ void vekScrutinyInterface::cacheBuild()
     std::lock_guard<std::mutex> instance(instanceLock);
     std::lock_guard<std::mutex> current(currCacheLock_);
     {
-        std::lock_guard<std::timed_mutex> previous(prevCacheLock_);
+        std::lock_guard<std::mutex> previous(prevCacheLock_);
         if (!library_) {
             VEK_LOG_DEBUG(TAG, "Cache build: Exiting since interface is not initialized.");
             return;
@@ -72,7 +73,7 @@ std::vector<dsiControllerInfo*> vekScrutinyInterface::getControllerList()
         VEK_LOG_DEBUG(TAG, "Returning current controller list.");
         return view(current_.controllers);
     }
-    std::unique_lock<std::timed_mutex> previous(prevCacheLock_, kPreviousCacheWait);
+    std::unique_lock<std::mutex> previous = vekLockWithin(prevCacheLock_, kPreviousCacheWait);
     if (!previous.owns_lock()) {
         VEK_LOG_ERROR(TAG, "Failed to acquire lock.");
         return {};
@@ -92,7 +93,7 @@ std::vector<dsiEnclosureSegmentInfo*> vekScrutinyInterface::getEnclosureSegmentL
         VEK_LOG_DEBUG(TAG, "Returning current enclosure segment list of [%s].", pci.c_str());
         return find(current_);
     }
-    std::unique_lock<std::timed_mutex> previous(prevCacheLock_, kPreviousCacheWait);
+    std::unique_lock<std::mutex> previous = vekLockWithin(prevCacheLock_, kPreviousCacheWait);
     if (!previous.owns_lock()) {
         VEK_LOG_ERROR(TAG, "Failed to acquire lock.");
         return {};

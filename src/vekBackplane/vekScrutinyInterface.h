@@ -152,7 +152,7 @@ private:
     std::unique_ptr<vekSubjectShutdownObserver> observer_;
 
     std::mutex currCacheLock_;
-    std::timed_mutex prevCacheLock_;
+    std::mutex prevCacheLock_;
     Generation current_;
     Generation previous_;
 };

@@ -111,7 +111,7 @@ void vekStoreLibInterface::discoverDriveConnectorNamesForPort(uint32_t ctrlId, u
 void vekStoreLibInterface::discoverDriveConnectorNames(uint32_t ctrlId, uint16_t deviceId,
                                                        std::vector<std::string>& out)
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     out.clear();
     _MR_CTRL_INFO ctrl;
     uint32_t status = getCtrlInfoFunc(ctrlId, ctrl);

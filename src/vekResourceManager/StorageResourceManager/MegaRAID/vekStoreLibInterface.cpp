@@ -2,6 +2,7 @@
 
 #include "vekGlobalDef.h"
 #include "vekLog.h"
+#include "vekTimedLock.h"
 #include "vekLogicalDiskInfo.h"
 
 #include <dlfcn.h>
@@ -65,14 +66,14 @@ vekStoreLibInterface::vekStoreLibInterface(std::string libraryName) : libraryNam
 
 vekStoreLibInterface::~vekStoreLibInterface() { UnInitializeLibrary(); }
 
-std::unique_lock<std::recursive_timed_mutex> vekStoreLibInterface::takeLock(std::chrono::milliseconds wait)
+std::unique_lock<std::recursive_mutex> vekStoreLibInterface::takeLock(std::chrono::milliseconds wait)
 {
-    return std::unique_lock<std::recursive_timed_mutex>(cache_lock, wait);
+    return vekLockWithin(cache_lock, wait);
 }
 
 bool vekStoreLibInterface::vekStoreInit()
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     if (pfnProcessLibCommandMR != nullptr) {
         return true;
     }
@@ -146,7 +147,7 @@ bool vekStoreLibInterface::vekStoreInit()
 
 void vekStoreLibInterface::UnInitializeLibrary()
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     if (pfnProcessLibCommandMR != nullptr) {
         VEK_LOG_INFO(TAG, "UnInitializing library for MegaRAID SAS Controller.");
         currentCtrlIndex_ = -1;
@@ -188,7 +189,7 @@ void vekStoreLibInterface::mergeControllerLists(const _SL_CTRL_LIST_T& mr)
 
 uint32_t vekStoreLibInterface::ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T& param)
 {
-    std::unique_lock<std::recursive_timed_mutex> lock(cache_lock);
+    std::unique_lock<std::recursive_mutex> lock(cache_lock);
     if (currentCtrlIndex_ >= 0 && static_cast<uint32_t>(currentCtrlIndex_) < gTotalControllers &&
         (gCtrlList.ctrlId[currentCtrlIndex_] >> 24) == SL_CTRL_KIND_MR && pfnProcessLibCommandMR != nullptr) {
         pfnProcessLibCommand = pfnProcessLibCommandMR;
@@ -218,7 +219,7 @@ uint32_t vekStoreLibInterface::libraryCommand(uint8_t type, uint8_t cmd, uint32_
 
 std::vector<uint32_t> vekStoreLibInterface::getLibraryControllerIds()
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     std::vector<uint32_t> ids;
     for (uint32_t i = 0; i < gTotalControllers; ++i) {
         ids.push_back(gCtrlList.ctrlId[i] & 0x00FFFFFF);
@@ -228,7 +229,7 @@ std::vector<uint32_t> vekStoreLibInterface::getLibraryControllerIds()
 
 bool vekStoreLibInterface::getEnclosureDeviceId(uint32_t ctrlId, int index, int& deviceId)
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     const auto ctrl = enclosures_.find(ctrlId);
     if (ctrl == enclosures_.end()) {
         return false;
@@ -566,7 +567,7 @@ std::string vekStoreLibInterface::getCtrlPCILoc(const _SL_PCI_INFO_T& pci)
 
 void vekStoreLibInterface::cacheBuild(const std::string& selector)
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     if (!initializeMRsuccessful) {
         VEK_LOG_ERROR(TAG, "MR library was not initialized hence cancelling cache build");
         return;
@@ -845,13 +846,13 @@ void vekStoreLibInterface::buildLDInfo()
 
 std::vector<CTRL_INFO> vekStoreLibInterface::getControllerCollection()
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     return controllers_;
 }
 
 bool vekStoreLibInterface::getControllerInventory(uint32_t ctrlId, CTRL_INFO& info)
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     for (const CTRL_INFO& ctrl : controllers_) {
         if (ctrl.ctrlId == ctrlId) {
             info = ctrl;
@@ -863,21 +864,21 @@ bool vekStoreLibInterface::getControllerInventory(uint32_t ctrlId, CTRL_INFO& in
 
 std::vector<PD_INFO> vekStoreLibInterface::getPDInventoryForCtrl(uint32_t ctrlId)
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     const auto found = drives_.find(ctrlId);
     return found != drives_.end() ? found->second : std::vector<PD_INFO>();
 }
 
 std::vector<LD_INFO> vekStoreLibInterface::getLDInventoryForCtrl(uint32_t ctrlId)
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     const auto found = logicalDrives_.find(ctrlId);
     return found != logicalDrives_.end() ? found->second : std::vector<LD_INFO>();
 }
 
 bool vekStoreLibInterface::getControllerID(const std::string& serial, uint32_t& ctrlId)
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     for (const CTRL_INFO& ctrl : controllers_) {
         if (ctrl.serialNumber == serial) {
             ctrlId = ctrl.ctrlId;
@@ -889,7 +890,7 @@ bool vekStoreLibInterface::getControllerID(const std::string& serial, uint32_t& 
 
 void vekStoreLibInterface::resetPDRetryCounter(uint32_t ctrlId, int enclosure, int slot)
 {
-    std::lock_guard<std::recursive_timed_mutex> lock(cache_lock);
+    std::lock_guard<std::recursive_mutex> lock(cache_lock);
     for (PD_INFO& pd : drives_[ctrlId]) {
         if (pd.enclosure == enclosure && pd.slot == slot) {
             pd.retryCount = 0;

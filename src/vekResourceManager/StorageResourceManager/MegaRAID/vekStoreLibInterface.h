@@ -133,7 +133,7 @@ public:
 
     // The lock of the cache and the library, for the event path: bounded, so
     // an event never hangs on a long build.
-    std::unique_lock<std::recursive_timed_mutex> takeLock(std::chrono::milliseconds wait);
+    std::unique_lock<std::recursive_mutex> takeLock(std::chrono::milliseconds wait);
 
     uint32_t getCtrlList(_SL_CTRL_LIST_T& list);
     uint32_t getCtrlInfoFunc(uint32_t ctrlId, _MR_CTRL_INFO& info);
@@ -215,7 +215,7 @@ private:
     _SL_CTRL_LIST_T gCtrlList{};
     uint32_t gTotalControllers = 0;
     int currentCtrlIndex_ = -1;
-    std::recursive_timed_mutex cache_lock;
+    std::recursive_mutex cache_lock;
     std::vector<CTRL_INFO> controllers_;
     std::map<uint32_t, std::vector<PD_INFO>> drives_;
     std::map<uint32_t, std::vector<LD_INFO>> logicalDrives_;

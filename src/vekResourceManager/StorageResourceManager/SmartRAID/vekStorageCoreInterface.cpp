@@ -2,6 +2,7 @@
 
 #include "vekGlobalDef.h"
 #include "vekLog.h"
+#include "vekTimedLock.h"
 
 #include <dlfcn.h>
 
@@ -153,7 +154,7 @@ void vekStorageCoreInterface::UnInitialize()
         return;
     }
     {
-        std::lock_guard<std::timed_mutex> cache(cacheMutex);
+        std::lock_guard<std::mutex> cache(cacheMutex);
         controllers.clear();
     }
     UnInitializeStorageCore();
@@ -169,7 +170,7 @@ void vekStorageCoreInterface::cacheBuild()
     if (initialized == 0) {
         return;
     }
-    std::lock_guard<std::timed_mutex> lock(cacheMutex);
+    std::lock_guard<std::mutex> lock(cacheMutex);
     std::vector<SCI_CONTROLLER_METADATA_PTR> found;
     SC_DEVICE_LIST list = SC_CreateControllerDescriptorList();
     if (list == nullptr) {
@@ -227,7 +228,10 @@ void vekStorageCoreInterface::cacheBuild()
 bool vekStorageCoreInterface::try_cache_lock()
 {
     for (int attempt = 0; attempt < kCacheLockTries; ++attempt) {
-        if (cacheMutex.try_lock_for(timeUtils::scaledAtLeast(kCacheLockWait, kCacheLockFloor))) {
+        std::unique_lock<std::mutex> lock =
+            vekLockWithin(cacheMutex, timeUtils::scaledAtLeast(kCacheLockWait, kCacheLockFloor));
+        if (lock.owns_lock()) {
+            lock.release();
             return true;
         }
         VEK_LOG_WARNING(TAG, "Failed to acquire lock.");

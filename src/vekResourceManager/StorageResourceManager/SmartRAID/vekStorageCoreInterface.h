@@ -150,7 +150,7 @@ private:
 
     unsigned char initialized = 0;
     std::vector<SCI_CONTROLLER_METADATA_PTR> controllers;
-    std::timed_mutex cacheMutex;
+    std::mutex cacheMutex;
     std::mutex initMutex_;
     LibraryHandle hostHandle;
     LibraryHandle coreHandle;

@@ -16,8 +16,6 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -40,12 +38,7 @@ protected:
     // The SMBIOS table of the bundled rack server (platform TRB).
     void useRackServerTable()
     {
-        std::ifstream in(std::string(VEK_SIMHOST_DIR) + "/profiles/rack-type4/sys/firmware/dmi/tables/DMI",
-                         std::ios::binary);
-        std::stringstream table;
-        table << in.rdbuf();
-        ASSERT_FALSE(table.str().empty());
-        root.writeFile("/sys/firmware/dmi/tables/DMI", table.str());
+        root.writeFile("/sys/firmware/dmi/tables/DMI", vekBundledProfileFile("sys/firmware/dmi/tables/DMI"));
     }
 };
 
@@ -73,8 +66,9 @@ TEST_F(PlatformServicesTest, RackServerGetsTheTrbEventMapTheChannelAndTheSdrCach
     EXPECT_TRUE(vekInOrder(debug.newText(), {"Building the Resource Manager List applicable to the Environment",
                                              "Target OS [Linux"}));
     // The SDR cache reads the RMC's repository at its first use.
-    ASSERT_NE(services->getIPMISDRRepositoryCache(), nullptr);
-    EXPECT_NE(services->getIPMISDRRepositoryCache()->begin(), services->getIPMISDRRepositoryCache()->end());
+    auto* sdrs = services->getIPMISDRRepositoryCache();
+    ASSERT_NE(sdrs, nullptr);
+    EXPECT_EQ(std::vector<vekIPMI::SDRRecord>(sdrs->begin(), sdrs->end()).size(), 5u);
 }
 
 TEST_F(PlatformServicesTest, UnknownPlatformGetsTheOlderEventMap)

@@ -188,11 +188,7 @@ TEST_F(VMwareOSUtilsTest, IPAddressesAreTheMachinesButLoopback)
     freeifaddrs(list);
     ASSERT_TRUE(loopbackSeen) << "the machine has no loopback address to leave out";
 
-    const std::vector<std::string> addresses = vekGlobalDef::VMwareOSUtils::getIPAddress();
-    EXPECT_EQ(addresses, expected);
-    for (const std::string& address : addresses) {
-        EXPECT_NE(address, "127.0.0.1");
-    }
+    EXPECT_EQ(VMwareOSUtils::getIPAddress(), expected);
 }
 
 TEST_F(VMwareOSUtilsTest, MemoryIsReadFromEsxtopInWholeGiB)

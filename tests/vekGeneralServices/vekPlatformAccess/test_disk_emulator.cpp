@@ -184,9 +184,10 @@ TEST_P(DiskDecoderTest, DecodesAsARealDisk)
 INSTANTIATE_TEST_SUITE_P(Disks, DiskDecoderTest, ::testing::ValuesIn(kDecoderCases),
                          [](const ::testing::TestParamInfo<DecoderCase>& info) { return info.param.name; });
 
-// Bytes no decoder here looks at and no probe of the service checks (those
-// the probes read are checked through them on the bundled disks): the
-// transport of the mode page, the allocation length, the defect list header.
+// Bytes no decoder here looks at and the probes' cases do not reach (what the
+// probes read of each kind of disk is checked through them on the bundled
+// disks): a SATA disk's transport in the mode page, a short inquiry's
+// allocation length, the defect list header.
 TEST_F(DiskEmulatorTest, ProbesFindTheirBytes)
 {
     vekDiskEmulator disks(root.path());

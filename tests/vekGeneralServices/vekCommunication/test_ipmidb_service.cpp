@@ -63,10 +63,7 @@ TEST_F(IPMIDBServiceTest, OnlyTheInventoryDoorbellBringsAPush)
     ASSERT_TRUE(channel.waitFor("WriteInventory", 1));
 
     vekIPMIDBService::startvekIPMIDBService();
-    for (int i = 0; i < 3000 && rmc.logLines("0x81 doorbell 1") < 2; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_GE(rmc.logLines("0x81 doorbell 1"), 2u);
+    ASSERT_TRUE(vekEventually([&] { return rmc.logLines("0x81 doorbell 1") >= 2; }));
     EXPECT_FALSE(debug.contains("Request to send inventory"));
 
     rmc.writeDoorbell(1, "WriteInventory");

@@ -12,9 +12,12 @@
 #include <thread>
 #include <vector>
 
-TEST(ShutdownObservers, ObserversHearTheShutdownOnceInOrderOfRegistration)
+// A late observer, made after the signal, is refused: it would wait for a
+// shutdown that has already been told.
+TEST(ShutdownObservers, ObserversHearTheShutdownOnceInOrderOfRegistrationAndLateOnesAreRefused)
 {
     vekLogTail debugLog(vekTestDebugLogPath());
+    vekLogTail mainLog(vekTestMainLogPath());
     vekSubjectShutdownNotifier subject("SAS");
     vekSubjectShutdownObserver first("first", &subject);
     vekSubjectShutdownObserver second("second", &subject);
@@ -33,27 +36,20 @@ TEST(ShutdownObservers, ObserversHearTheShutdownOnceInOrderOfRegistration)
                                                 "Subject[SAS]: Shutdown already signalled prevously."}));
     // Nobody is told twice.
     EXPECT_EQ(1u, vekOccurrences(debugLog.newText(), "Notifying observer [second]"));
+
+    vekSubjectShutdownObserver late("late", &subject);
+    EXPECT_FALSE(late.isSubjectShutdownInitiated());
+    EXPECT_EQ(nullptr, late.getSubject());
+    EXPECT_EQ(2u, subject.getObserverCount());
+    EXPECT_TRUE(debugLog.contains("DSSN: Subject[SAS]: Not registering observer [late] since shutdown is already "
+                                  "initiated."));
+    EXPECT_TRUE(mainLog.contains("Failed to register observer [late] with subject [SAS] during construction. "
+                                 "(status: " + std::to_string(VEK_OBSERVABLE_STATUS_SHUTDOWN_INITIATED) + ")"))
+        << mainLog.newText();
+
     vekSubjectShutdownNotifier lonely("Lonely");
     lonely.signalSubjectShutdown();
     EXPECT_TRUE(lonely.isSubjectShutdownInitiated());
-}
-
-TEST(ShutdownObservers, AttachingAfterTheSignalIsRefused)
-{
-    vekLogTail debugLog(vekTestDebugLogPath());
-    vekLogTail mainLog(vekTestMainLogPath());
-    vekSubjectShutdownNotifier subject("RM");
-    subject.signalSubjectShutdown();
-    vekSubjectShutdownObserver late("late", &subject);
-
-    EXPECT_FALSE(late.isSubjectShutdownInitiated());
-    EXPECT_EQ(nullptr, late.getSubject());
-    EXPECT_EQ(0u, subject.getObserverCount());
-    EXPECT_TRUE(debugLog.contains("DSSN: Subject[RM]: Not registering observer [late] since shutdown is already "
-                                  "initiated."));
-    EXPECT_TRUE(mainLog.contains("Failed to register observer [late] with subject [RM] during construction. (status: " +
-                                 std::to_string(VEK_OBSERVABLE_STATUS_SHUTDOWN_INITIATED) + ")"))
-        << mainLog.newText();
 }
 
 TEST(ShutdownObservers, AnObserverGoneBeforeItsSubjectLeavesNoEntry)

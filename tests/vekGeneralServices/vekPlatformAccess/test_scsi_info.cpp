@@ -291,13 +291,12 @@ TEST_F(ScsiInfoTest, ProbesAgainstTheDiskPeer)
          {0x85, 9, 0x0E, 0, 0, 0, 1, 0, 4, 0, 1, 0, 0, 0, 0x2F, 0}},
         {"SATA power-on, short page", [](int fd) { return get_sata_pwron(fd); },
          {reply(page(16, {{0, 1}, {2, 1}}))}, -1, "", {}},
-        {"SATA wear", [](int fd) { return get_sata_ssd_wear(fd); },
-         {reply(page(512, {{0, 1}, {2, 7}, {8, 17}, {15, 0xC0}}))}, 17, "", {}},
         {"transport", [](int fd) { return get_scsi_transport_protocol(fd); },
          {reply({0x0B, 0, 0, 0, 0x19, 6, 0x06, 0})}, 6, "", {0x1A, 0x08, 0x19, 0, 255, 0}},
         {"solid state", [](int fd) { return is_unit_ssd(fd); },
          {reply({0, 0xB1, 0, 0x3C, 0, 1})}, 1, "", {0x12, 1, 0xB1, 0, 252, 0}},
-        {"recovered error", health, {reply(kIePage, 2, fixedSense(1))}, 0x5D10, "", {}},
+        {"recovered error", health, {reply(kIePage, 2, fixedSense(1))}, 0x5D10,
+         "LOG SENSE (Informational Exceptions): sense: 70 00 01 00", {}},
         {"descriptor sense", health, {reply(kIePage, 2, {0x72, 5, 0x24, 0, 0, 0, 0, 0})},
          VEK_SCSI_ILLEGAL_REQUEST, "LOG SENSE (Informational Exceptions) command failed.", {}},
     };
@@ -319,7 +318,9 @@ TEST_F(ScsiInfoTest, ProbesAgainstTheDiskPeer)
         ASSERT_TRUE(fd.valid());
         vekIPMITest::LogTail log;
         EXPECT_EQ(c.probe(fd.get()), c.result);
-        EXPECT_TRUE(log.contains(c.log)) << log.text();
+        // No line expected: nothing at warning level or above either.
+        EXPECT_TRUE(c.log.empty() ? !log.contains("[ERROR]") && !log.contains("[WARNING]") : log.contains(c.log))
+            << log.text();
         if (!c.cdb.empty()) {
             ASSERT_FALSE(peer.cdbs().empty());
             EXPECT_EQ(peer.cdbs().front(), c.cdb);
@@ -371,12 +372,9 @@ TEST_F(ScsiInfoTest, SysfsReaders)
 {
     const std::string dev = "/sys/class/scsi_device/2:0:0:0/device/";
     root.writeFile(dev + "type", "0\n");
-    root.writeFile(dev + "model", "ST2400MM0129    \n");
-    root.writeFile(dev + "vendor", "SEAGATE \n");
     root.writeFile(dev + "state", "running\n");
     root.makeDirectory(dev + "rev"); // present but unreadable
     root.makeDirectory(dev + "scsi_generic/sg1");
-    root.writeFile(dev + "vpd_pg80", std::string("\x00\x80\x00\x14", 4) + "WBN0ABCD0000        ");
     root.writeFile("/sys/block/sdb/device/vpd_pg83", std::string("\x00\x83\x00\x04\x01\xA3\x00\x00", 8));
     const std::string bad = "/sys/class/scsi_device/2:0:1:0/device/";
     root.writeFile(bad + "vpd_pg80", std::string("\x00\x80\x00\x30", 4) + "SHORT");
@@ -384,10 +382,7 @@ TEST_F(ScsiInfoTest, SysfsReaders)
     root.writeFile("/sys/devices/pci0000:00/sdb/size", "4688430000\n");
 
     EXPECT_EQ(get_DiskType("2:0:0:0"), "0");
-    EXPECT_TRUE(is_direct_access_block_device("2:0:0:0"));
     EXPECT_FALSE(is_direct_access_block_device("2:0:1:0"));
-    EXPECT_EQ(get_DiskModel("2:0:0:0"), "ST2400MM0129");
-    EXPECT_EQ(get_DiskVendor("2:0:0:0"), "SEAGATE");
     EXPECT_EQ(get_DiskState("2:0:0:0"), "running");
     EXPECT_EQ(get_sas_DiskRev("2:0:0:0"), "");
     EXPECT_EQ(get_DiskModel("9:0:0:0"), "");
@@ -400,8 +395,6 @@ TEST_F(ScsiInfoTest, SysfsReaders)
     EXPECT_EQ(get_BlockSize("pci0000:00/sdc"), -1);
 
     std::string serial = "unset";
-    EXPECT_EQ(get_unit_sn_from_sysfs_vpd_pg80("2:0:0:0", serial), 0);
-    EXPECT_EQ(serial, "WBN0ABCD0000");
     vekIPMITest::LogTail log;
     EXPECT_EQ(get_unit_sn_from_sysfs_vpd_pg80("2:0:1:0", serial), 0);
     EXPECT_EQ(serial, "Z1Z0ABCD");

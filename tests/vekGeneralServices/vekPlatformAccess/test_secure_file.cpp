@@ -2,26 +2,14 @@
 // checked against the system's own base64 tool, and the refusals.
 
 #include "secureFileInterface.h"
+#include "vekDiskEmulator.h"
 #include "vekTestRoot.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <memory>
 #include <string>
 
 namespace {
-
-std::string run(const std::string& command)
-{
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::string out;
-    char buffer[4096];
-    for (size_t n; pipe && (n = fread(buffer, 1, sizeof buffer, pipe.get())) > 0;) {
-        out.append(buffer, n);
-    }
-    return out;
-}
 
 class SecureFileTest : public vekRootTest {
 protected:
@@ -47,7 +35,7 @@ TEST_F(SecureFileTest, DecodesWhatTheBase64ToolEncoded)
     }
     for (size_t cut : {content.size(), content.size() - 1, content.size() - 2, size_t(0)}) {
         root.writeFile("/data.bin", content.substr(0, cut));
-        const std::string encoded = run("base64 -w0 '" + root.hostPath("/data.bin") + "'");
+        const std::string encoded = vekRunProgram({"base64", "-w0", root.hostPath("/data.bin")}).output;
         root.writeFile("/data.db", encoded);
         std::string decoded = "old";
         file.verifyFileAndDecodeOutput(root.hostPath("/data.db"), customHash().computeHash(encoded), decoded);

@@ -3,6 +3,7 @@
 // link rules and Debian's SCSI decoders), devices and adapters that vanish
 // and return, and the large descriptions made for benchmarks.
 
+#include "vekDiskEmulator.h"
 #include "vekTestRoot.h"
 
 #include <json/json.h>
@@ -12,11 +13,9 @@
 #include <sys/stat.h>
 
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -27,22 +26,10 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string kHba = "0000:a8:00.0";
-const std::string kDiskemu = "'" + std::string(VEK_BINARY_DIR) + "/testtools/diskemu/diskemu'";
+const std::string kDiskemu = std::string(VEK_BINARY_DIR) + "/testtools/diskemu/diskemu";
 
-std::string shellQuoted(const std::string& text) { return "'" + text + "'"; }
-
-// Standard output of a shell command.
-std::string capture(const std::string& command)
-{
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::string text;
-    char buffer[4096];
-    size_t got = 0;
-    while (pipe && (got = fread(buffer, 1, sizeof(buffer), pipe.get())) > 0) {
-        text.append(buffer, got);
-    }
-    return text;
-}
+// What a program printed; its words go to it as they are, no shell between.
+std::string output(const std::vector<std::string>& argv) { return vekRunProgram(argv).output; }
 
 std::string realPath(const std::string& path)
 {
@@ -55,15 +42,18 @@ class SimulatedStorageTest : public vekRootTest {
 protected:
     void SetUp() override
     {
-        ASSERT_EQ(system(("sh '" + std::string(VEK_SIMHOST_DIR) + "/mkhost.sh' '" + VEK_SIMHOST_DIR +
-                          "/profiles/rack-type4' " + shellQuoted(host))
-                             .c_str()),
+        ASSERT_EQ(vekRunProgram({"sh", VEK_SIMHOST_DIR "/mkhost.sh", VEK_SIMHOST_DIR "/profiles/rack-type4", host})
+                      .status,
                   0);
         ASSERT_FALSE(fs::exists(sys("class"))) << "the profile must not carry a storage tree";
-        ASSERT_EQ(diskemu("sync " + shellQuoted(host)), 0);
+        ASSERT_EQ(diskemu({"sync", host}), 0);
     }
 
-    static int diskemu(const std::string& arguments) { return system((kDiskemu + " " + arguments).c_str()); }
+    static int diskemu(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), kDiskemu);
+        return vekRunProgram(arguments).status;
+    }
     std::string sys(const std::string& relative) const { return host + "/sys/" + relative; }
     std::string read(const std::string& relative) const { return root.readFile("/host/sys/" + relative); }
     // What the service's change watch compares: whole seconds and the inode.
@@ -127,11 +117,11 @@ TEST_F(SimulatedStorageTest, BundledStorageAsTheKernelShowsIt)
         EXPECT_EQ(read("class/sas_device/end_device-2:" + t + "/bay_identifier"),
                   d.target == 8 ? "-1\n" : std::to_string(i + 1) + "\n");
 
-        const std::string serial = capture("sg_vpd --raw --inhex=" + shellQuoted(sys(device + "/vpd_pg80")));
+        const std::string serial = output({"sg_vpd", "--raw", "--inhex=" + sys(device + "/vpd_pg80")});
         EXPECT_NE(serial.find(std::string("Unit serial number: ") + d.serial + "\n"), std::string::npos) << serial;
-        const std::string names = capture("sg_vpd --raw --inhex=" + shellQuoted(sys(device + "/vpd_pg83")));
+        const std::string names = output({"sg_vpd", "--raw", "--inhex=" + sys(device + "/vpd_pg83")});
         EXPECT_NE(names.find("NAA,  code set: Binary\n      " + std::string(d.wwn) + "\n"), std::string::npos) << names;
-        const std::string inquiry = capture("sg_inq --raw --inhex=" + shellQuoted(sys(device + "/inquiry")));
+        const std::string inquiry = output({"sg_inq", "--raw", "--inhex=" + sys(device + "/inquiry")});
         EXPECT_NE(inquiry.find("Vendor identification: " + std::string(d.vendor) + "\n Product identification: " +
                                d.model + "\n Product revision level: " + d.revision + "\n"),
                   std::string::npos)
@@ -192,7 +182,7 @@ TEST_F(SimulatedStorageTest, DeviceAndAdapterVanishAndReturn)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.id);
         const auto hosts = changed("class/scsi_host"), devices = changed("class/scsi_device");
-        ASSERT_EQ(diskemu("set " + shellQuoted(host) + " " + c.id + " present=false"), 0);
+        ASSERT_EQ(diskemu({"set", host, c.id, "present=false"}), 0);
         const std::map<std::string, std::string> gone = tree();
         size_t removed = 0;
         for (const auto& entry : before) {
@@ -210,17 +200,17 @@ TEST_F(SimulatedStorageTest, DeviceAndAdapterVanishAndReturn)
         EXPECT_NE(changed("class/scsi_device"), devices);
         EXPECT_EQ(changed("class/scsi_host") != hosts, c.hostGoes);
 
-        ASSERT_EQ(diskemu("set " + shellQuoted(host) + " " + c.id + " present=true"), 0);
+        ASSERT_EQ(diskemu({"set", host, c.id, "present=true"}), 0);
         EXPECT_EQ(tree(), before);
     }
-    ASSERT_EQ(diskemu("sync " + shellQuoted(host)), 0);
+    ASSERT_EQ(diskemu({"sync", host}), 0);
     EXPECT_EQ(tree(), before) << "a second run changes nothing";
 }
 
 // 8 adapters with 32 disks each, all different; a smaller one laid out.
 TEST_F(SimulatedStorageTest, GeneratedBenchmarkStorage)
 {
-    std::istringstream text(capture(kDiskemu + " generate 8 32"));
+    std::istringstream text(output({kDiskemu, "generate", "8", "32"}));
     Json::Value description;
     ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), text, &description, nullptr));
     std::map<std::string, std::set<std::string>> distinct;
@@ -245,8 +235,8 @@ TEST_F(SimulatedStorageTest, GeneratedBenchmarkStorage)
               (std::map<std::string, int>{{"SAS HDD", 64}, {"SAS SSD", 64}, {"SATA HDD", 64}, {"SATA SSD", 64}}));
 
     // Laid out, past the 26 single-letter block names.
-    root.writeFile("/host/sim/disks.json", capture(kDiskemu + " generate 2 16"));
-    ASSERT_EQ(diskemu("sync " + shellQuoted(host)), 0);
+    root.writeFile("/host/sim/disks.json", output({kDiskemu, "generate", "2", "16"}));
+    ASSERT_EQ(diskemu({"sync", host}), 0);
     const auto count = [&](const std::string& folder) {
         return std::distance(fs::directory_iterator(sys(folder)), fs::directory_iterator());
     };
@@ -271,11 +261,11 @@ TEST_F(SimulatedStorageTest, SlotFourHoldsTheAdapterEverywhere)
     EXPECT_NE(root.readFile("/host/sim/disks.json").find("\"pci\": \"" + kHba + "\""), std::string::npos);
 
     const std::string dump = root.path() + "/smbios.dump";
-    ASSERT_EQ(system(("'" + std::string(VEK_BINARY_DIR) + "/testtools/smbiosgen/smbiosgen' --dump " +
-                      shellQuoted(dump) + " " + shellQuoted(host + "/sys/firmware/dmi/tables/DMI.json"))
-                         .c_str()),
+    ASSERT_EQ(vekRunProgram({VEK_BINARY_DIR "/testtools/smbiosgen/smbiosgen", "--dump", dump,
+                             host + "/sys/firmware/dmi/tables/DMI.json"})
+                  .status,
               0);
-    const std::string slots = capture("dmidecode -t 9 --from-dump " + shellQuoted(dump));
+    const std::string slots = output({"dmidecode", "-t", "9", "--from-dump", dump});
     const size_t slot = slots.find("Designation: PCIe Slot 4 r001u03p1i04\n");
     ASSERT_NE(slot, std::string::npos) << slots;
     const std::string record = slots.substr(slot, slots.find("\n\n", slot) - slot);

@@ -5,6 +5,7 @@
 #include "DmiOnboardDevice.h"
 #include "DmiSystemSlot.h"
 #include "SMBIOSVMware.h"
+#include "vekDiskEmulator.h"
 #include "vekSmbiosTable.h"
 #include "vekTestRoot.h"
 
@@ -17,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -75,26 +77,24 @@ protected:
     {
         root.writeFile("/tmp/smbios.json", description);
         root.makeDirectory(tablePath.substr(0, tablePath.rfind('/')));
-        const std::string command = "'" + std::string(VEK_BINARY_DIR) + "/testtools/smbiosgen/smbiosgen' --table '" +
-                                    root.hostPath(tablePath) + "' --dump '" + root.hostPath("/tmp/smbios.dump") +
-                                    "' '" + root.hostPath("/tmp/smbios.json") + "' 2>&1";
-        ASSERT_EQ(system(command.c_str()), 0);
+        const vekProgramResult made =
+            vekRunProgram({VEK_BINARY_DIR "/testtools/smbiosgen/smbiosgen", "--table", root.hostPath(tablePath),
+                           "--dump", root.hostPath("/tmp/smbios.dump"), root.hostPath("/tmp/smbios.json")});
+        ASSERT_EQ(made.status, 0) << made.output;
     }
 
     // dmidecode's reading of the dump, structures of one type in table order.
     std::vector<DmiBlock> dmidecode(int type) const
     {
-        const std::string command =
-            "dmidecode --from-dump '" + root.hostPath("/tmp/smbios.dump") + "' -t " + std::to_string(type);
-        std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+        std::istringstream lines(
+            vekRunProgram({"dmidecode", "--from-dump", root.hostPath("/tmp/smbios.dump"), "-t", std::to_string(type)})
+                .output);
         std::vector<DmiBlock> blocks;
-        char line[4096];
-        while (pipe && fgets(line, sizeof(line), pipe.get()) != nullptr) {
-            std::string text(line);
-            text = text.substr(0, text.find('\n'));
+        for (std::string text; std::getline(lines, text);) {
             DmiBlock block;
             const size_t colon = text.find(": ");
-            if (sscanf(line, "Handle 0x%x, DMI type %u, %u bytes", &block.handle, &block.type, &block.length) == 3) {
+            if (sscanf(text.c_str(), "Handle 0x%x, DMI type %u, %u bytes", &block.handle, &block.type,
+                       &block.length) == 3) {
                 blocks.push_back(block);
             } else if (!blocks.empty() && text.size() > 1 && text[0] == '\t' && text[1] != '\t' &&
                        colon != std::string::npos) {

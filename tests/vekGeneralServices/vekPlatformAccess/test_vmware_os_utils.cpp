@@ -17,7 +17,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 using vekGlobalDef::VMwareOSUtils;
@@ -74,10 +73,8 @@ TEST_F(VMwareOSUtilsTest, HungCommandIsKilledWithItsProcessGroupAtTheBound)
     ASSERT_EQ(pids.size(), 3u);
     EXPECT_FALSE(std::ifstream("/proc/" + pids[0] + "/stat")) << "the shell " << pids[0] << " is not reaped";
     for (const std::string& pid : {pids[1], pids[2]}) {
-        for (int i = 0; i < 100 && alive(pid); ++i) { // whoever adopted the orphans reaps them
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        EXPECT_FALSE(alive(pid)) << pid;
+        // Whoever adopted the orphans reaps them.
+        EXPECT_TRUE(vekEventually([&] { return !alive(pid); }, std::chrono::seconds(5))) << pid;
     }
 }
 
@@ -188,11 +185,7 @@ TEST_F(VMwareOSUtilsTest, IPAddressesAreTheMachinesButLoopback)
     freeifaddrs(list);
     ASSERT_TRUE(loopbackSeen) << "the machine has no loopback address to leave out";
 
-    const std::vector<std::string> addresses = vekGlobalDef::VMwareOSUtils::getIPAddress();
-    EXPECT_EQ(addresses, expected);
-    for (const std::string& address : addresses) {
-        EXPECT_NE(address, "127.0.0.1");
-    }
+    EXPECT_EQ(VMwareOSUtils::getIPAddress(), expected);
 }
 
 TEST_F(VMwareOSUtilsTest, MemoryIsReadFromEsxtopInWholeGiB)

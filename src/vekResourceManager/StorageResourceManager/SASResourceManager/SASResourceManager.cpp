@@ -9,6 +9,7 @@
 #include "vekJsonAggregator.h"
 #include "vekLog.h"
 #include "vekOSInterface.h"
+#include "vekPCIeInventoryJson.h"
 #include "vekPhysLocFactory.h"
 #include "vekPlatformServices.h"
 #include "vekResourceIds.h"
@@ -36,13 +37,6 @@ int64_t serviceNow()
 {
     const auto real = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::milliseconds>(real).count() * timeUtils::timeScale() / 1000;
-}
-
-std::string writeJson(const Json::Value& value, const char* indentation)
-{
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = indentation;
-    return Json::writeString(builder, value);
 }
 
 // The references of a controller list go with the list.
@@ -391,7 +385,7 @@ void SASResourceManager::createJsonStringUsingJsonCpp()
                    {"Printing storage enclosure instance %zu:    %s", &enclosureJson_}};
     for (const auto& kind : printed) {
         for (size_t i = 0; i < kind.json->size(); ++i) {
-            VEK_LOG_DEBUG(TAG, kind.format, i, writeJson((*kind.json)[i], "").c_str());
+            VEK_LOG_DEBUG(TAG, kind.format, i, vekPCIeInventoryJson::writeCompact((*kind.json)[i]).c_str());
         }
     }
 }

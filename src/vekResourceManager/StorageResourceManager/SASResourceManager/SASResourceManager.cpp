@@ -314,24 +314,8 @@ void SASResourceManager::collateAndFinalizeStorageEnclosures()
                 continue;
             }
         }
-        vekStorageEnclosureInfo* match = nullptr;
-        for (auto& candidate : collated) {
-            if (candidate.getSerialNumber() == enclosure.getSerialNumber()) {
-                match = &candidate;
-                break;
-            }
-        }
-        for (auto& candidate : collated) {
-            if (match == nullptr && candidate.getControllerPCILocation() == enclosure.getControllerPCILocation()) {
-                match = &candidate;
-            }
-        }
+        vekStorageEnclosureInfo* match = findMatchingStorageEnclosure(collated, enclosure);
         const bool internal = enclosure.getEnclosureType() == VEK_STORAGE_ENCLOSURE_TYPE_BACKPLANE;
-        for (auto& candidate : collated) {
-            if (match == nullptr && internal && candidate.getPartNumber() == enclosure.getPartNumber()) {
-                match = &candidate;
-            }
-        }
         if (match != nullptr) {
             match->setBayCount(match->getBayCount() + enclosure.getBayCount());
             match->setSegmentCount(match->getSegmentCount() + enclosure.getSegmentCount());
@@ -356,6 +340,30 @@ void SASResourceManager::collateAndFinalizeStorageEnclosures()
         collated.push_back(enclosure);
     }
     enclosures_ = collated;
+}
+
+vekStorageEnclosureInfo* SASResourceManager::findMatchingStorageEnclosure(std::vector<vekStorageEnclosureInfo>& collated,
+                                                                          const vekStorageEnclosureInfo& enclosure)
+{
+    for (auto& candidate : collated) {
+        if (candidate.getSerialNumber() == enclosure.getSerialNumber()) {
+            return &candidate;
+        }
+    }
+    for (auto& candidate : collated) {
+        if (candidate.getControllerPCILocation() == enclosure.getControllerPCILocation()) {
+            return &candidate;
+        }
+    }
+    if (enclosure.getEnclosureType() != VEK_STORAGE_ENCLOSURE_TYPE_BACKPLANE) {
+        return nullptr;
+    }
+    for (auto& candidate : collated) {
+        if (candidate.getPartNumber() == enclosure.getPartNumber()) {
+            return &candidate;
+        }
+    }
+    return nullptr;
 }
 
 void SASResourceManager::createJsonStringUsingJsonCpp()

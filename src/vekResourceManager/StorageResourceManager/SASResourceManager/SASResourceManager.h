@@ -72,6 +72,11 @@ private:
     void fetchPrevInventoryOfType(int type, std::vector<Json::Value>& inventory);
     void getInventory();
     void collateAndFinalizeStorageEnclosures();
+    // The record of the collated list that stands for the same backplane:
+    // same serial number, else same controller, else, for a chassis-internal
+    // backplane, same part number; null when none.
+    static vekStorageEnclosureInfo* findMatchingStorageEnclosure(std::vector<vekStorageEnclosureInfo>& collated,
+                                                                 const vekStorageEnclosureInfo& enclosure);
     void createJsonStringUsingJsonCpp();
     void processResourceManagerStop();
 

@@ -70,6 +70,7 @@ int vekSmartRAIDControllerFactory::discoverControllers(std::vector<IvekStorageCo
         return -1;
     }
     sci.cacheBuild();
+    bool stopped = false;
     for (const SCI_CONTROLLER_METADATA_PTR& metadata : sci.getControllerCollection()) {
         std::string location;
         if (!vekSmartRAIDController::formatPciLocation(metadata->pciLocation, location)) {
@@ -77,6 +78,7 @@ int vekSmartRAIDControllerFactory::discoverControllers(std::vector<IvekStorageCo
         }
         if (init_.shutdownDetected()) {
             VEK_LOG_INFO(TAG, "Subject shutdown detected during controller discovery.");
+            stopped = true;
             break;
         }
         vekSmartRAIDController* existing = nullptr;
@@ -97,7 +99,10 @@ int vekSmartRAIDControllerFactory::discoverControllers(std::vector<IvekStorageCo
                      static_cast<void*>(created));
         controllers_.push_back(created);
     }
-    for (auto it = controllers_.begin(); it != controllers_.end();) {
+    // A pass cut short by the service's stop has not seen every controller:
+    // the ones it missed are not gone, and the factory's shutdown takes them
+    // out with their events off.
+    for (auto it = controllers_.begin(); !stopped && it != controllers_.end();) {
         vekSmartRAIDController* controller = *it;
         if (controller->getDeviceDetected()) {
             ++it;
@@ -110,7 +115,7 @@ int vekSmartRAIDControllerFactory::discoverControllers(std::vector<IvekStorageCo
         controller->releaseReference();
     }
     VEK_LOG_DEBUG(TAG, "size of _controllerList is %zu", controllers_.size());
-    firstPass_ = false;
+    firstPass_ = firstPass_ && stopped;
     getControllers(VEK_STORAGE_FAMILY_ALL, controllers);
     return static_cast<int>(controllers_.size());
 }

@@ -3,6 +3,7 @@
 // receives them.
 
 #include "vekSmartRAIDTestHost.h"
+#include "vekSubjectShutdownNotifier.h"
 
 #include <gtest/gtest.h>
 
@@ -209,6 +210,27 @@ TEST_F(SmartRAIDControllerTest, AControllerRemovedWhileItsEventsArriveIsNotUsedA
                       "driver unload.");
     EXPECT_EQ(std::count_if(all.begin(), all.end(), [](const std::string& s) { return s.rfind("538:", 0) == 0; }), 5);
     EXPECT_EQ(std::count_if(all.begin(), all.end(), [](const std::string& s) { return s.rfind("681:", 0) == 0; }), 2);
+}
+
+// The service stops while the controllers are being found: that pass has not
+// seen them all, so none is taken for gone; the factory's shutdown then takes
+// them out with their events off. The RMC hears nothing of it.
+TEST_F(SmartRAIDControllerTest, AStopDuringDiscoveryTakesNoControllerForGone)
+{
+    vekSubjectShutdownNotifier subject{"SAS Resource Manager"};
+    vekSmartRAIDControllerFactory& factory = vekSmartRAIDControllerFactory::getInstance();
+    factory.initialize(nullptr, &subject);
+    ASSERT_EQ(host.discover().size(), 1u);
+    subject.signalSubjectShutdown();
+    std::vector<IvekStorageController*> again;
+    EXPECT_EQ(factory.discoverControllers(again), 1);
+    for (IvekStorageController* controller : again) {
+        controller->releaseReference();
+    }
+    EXPECT_TRUE(log.contains("Subject shutdown detected during controller discovery.")) << log.newText();
+    host.release();
+    factory.shutdownFactory();
+    EXPECT_TRUE(events.events().empty()) << ::testing::PrintToString(sent(0));
 }
 
 TEST_F(SmartRAIDControllerTest, VolumeEventsFollowTheLibrarysStatusOfTheVolumeNamed)

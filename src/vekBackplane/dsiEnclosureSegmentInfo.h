@@ -31,8 +31,8 @@ public:
     virtual void setBoxNumber(int value) { boxNumber_ = value; }
     virtual uint16_t getUBMBackplanePCIVendorID() const { return vendorID_; }
     virtual void setUBMBackplanePCIVendorID(uint16_t value) { vendorID_ = value; }
-    virtual std::string getUBMBackplaneSpecificationVersion() const { return specificationVersion_; }
-    virtual void setUBMBackplaneSpecificationVersion(const std::string& value) { specificationVersion_ = value; }
+    virtual std::string getUBMBackplaneStandardVersion() const { return standardVersion_; }
+    virtual void setUBMBackplaneStandardVersion(const std::string& value) { standardVersion_ = value; }
     virtual uint32_t getUBMControllerDeviceCode() const { return deviceCode_; }
     virtual void setUBMControllerDeviceCode(uint32_t value) { deviceCode_ = value; }
     virtual std::string getUBMBackplaneImageVersion() const { return imageVersion_; }
@@ -73,7 +73,7 @@ private:
     int bayCount_ = -1;
     int boxNumber_ = -1;
     uint16_t vendorID_ = 0;
-    std::string specificationVersion_;
+    std::string standardVersion_;
     uint32_t deviceCode_ = 0;
     std::string imageVersion_;
     UBM_CONTROLLER_OPERATIONAL_STATE state_ = VEK_UBM_CONTROLLER_STATE_UNKNOWN;

@@ -320,7 +320,7 @@ vekScrutinyInterface::populateEnclosureInfoWithUBMSiliconIdentityVersion(const _
                       VEK_DSI_PCI_ADDRESS(device), static_cast<unsigned short>(bus), status, lastStatus);
         return status;
     }
-    segment.setUBMBackplaneSpecificationVersion(version(identity[0] >> 4, identity[0] & 0x0F));
+    segment.setUBMBackplaneStandardVersion(version(identity[0] >> 4, identity[0] & 0x0F));
     segment.setUBMBackplanePCIVendorID(static_cast<uint16_t>(identity[1] | (identity[2] << 8)));
     segment.setUBMControllerDeviceCode(static_cast<uint32_t>(identity[4]) | (static_cast<uint32_t>(identity[5]) << 8) |
                                        (static_cast<uint32_t>(identity[6]) << 16) |

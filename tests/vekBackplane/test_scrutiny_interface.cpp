@@ -54,9 +54,9 @@ protected:
             }
             char line[512];
             snprintf(line, sizeof line,
-                     "bus %d: %s %04x/%08x spec %s image %s box %d state %d; %s|%s|%s|%s; %d bays:%s",
+                     "bus %d: %s %04x/%08x ubm %s image %s box %d state %d; %s|%s|%s|%s; %d bays:%s",
                      s->getI2CBusNumber(), s->getBackplaneType().c_str(), s->getUBMBackplanePCIVendorID(),
-                     s->getUBMControllerDeviceCode(), s->getUBMBackplaneSpecificationVersion().c_str(),
+                     s->getUBMControllerDeviceCode(), s->getUBMBackplaneStandardVersion().c_str(),
                      s->getUBMBackplaneImageVersion().c_str(), s->getBoxNumber(),
                      static_cast<int>(s->getUBMControllerOperationalState()), s->getManufacturerName().c_str(),
                      s->getProductName().c_str(), s->getPartNumber().c_str(), s->getSerialNumber().c_str(),
@@ -79,9 +79,9 @@ TEST_F(ScrutinyTest, DiscoversTheSegmentsOfEachBusOfPage43)
         {"pci": "0000:3b:00.0", "generation": 2, "chipsetID": "0x10E21000", "boardID": "0x40001000",
          "serial": "SK01234567890123456789012345678X",
          "page43": {"buses": [3, 5, 3]},
-         "i2c": {"3": {"ubm": {"deviceCode": 3, "imageVersion": "1.10", "specVersion": "1.1", "box": 1, "state": 3},
+         "i2c": {"3": {"ubm": {"deviceCode": 3, "imageVersion": "1.10", "ubmVersion": "1.1", "box": 1, "state": 3},
                        "fru": ")") + front + R"("},
-                 "5": {"ubm": {"vendor": "0x1000", "deviceCode": 5, "imageVersion": "2.7", "specVersion": "1.0",
+                 "5": {"ubm": {"vendor": "0x1000", "deviceCode": 5, "imageVersion": "2.7", "ubmVersion": "1.0",
                                "box": 2, "state": 7},
                        "fru": ")" + rear + R"("}}},
         {"pci": "0000:5e:00.0", "generation": 1, "chipsetID": "0x00141000", "boardID": "0x1d491000", "serial": "SAS"}
@@ -101,9 +101,9 @@ TEST_F(ScrutinyTest, DiscoversTheSegmentsOfEachBusOfPage43)
         << log.newText();
 
     EXPECT_EQ(segments(), (std::vector<std::string>{
-                              "bus 3: UBM 4417/00000003 spec 1.1 image 1.10 box 1 state 3; "
+                              "bus 3: UBM 4417/00000003 ubm 1.1 image 1.10 box 1 state 3; "
                               "Zolvek|UBM BP 8|BP-8|SN-F; 8 bays: 0 1 2 3 4 5 6 7",
-                              "bus 5: UBM 1000/00000005 spec 1.0 image 2.7 box 2 state 7; "
+                              "bus 5: UBM 1000/00000005 ubm 1.0 image 2.7 box 2 state 7; "
                               "Acme|UBM BP 4|BP-4|SN-R; 4 bays: 4 5 6 7",
                           }));
     EXPECT_TRUE(dsi.getEnclosureSegmentList("0000:5e:00.0").empty());
@@ -115,7 +115,7 @@ TEST_F(ScrutinyTest, FailingOrShortTransfersLeaveWhatTheOthersRead)
     const std::string ubm = R"("ubm": {"deviceCode": 3, "imageVersion": "1.10", "box": 1, "state": 3})";
     const std::string all = ubm + R"(, "fru": ")" + image + "\"";
     const std::string names = "Zolvek|UBM BP 8|BP-0001|SN-1; 8 bays: 0 1";
-    const std::string pic = "UBM 4417/00000003 spec 1.1 image 1.10 box 1 state 3";
+    const std::string pic = "UBM 4417/00000003 ubm 1.1 image 1.10 box 1 state 3";
     struct Case {
         const char* situation;
         std::string bus;
@@ -123,18 +123,18 @@ TEST_F(ScrutinyTest, FailingOrShortTransfersLeaveWhatTheOthersRead)
     } const cases[] = {
         {"everything answers", all, pic + "; " + names},
         {"a short identity answer", all + R"(, "faults": {"silicon": "short"})",
-         " 0000/00000000 spec  image  box 1 state 3; " + names},
+         " 0000/00000000 ubm  image  box 1 state 3; " + names},
         {"the identity refused by Last Command Status", all + R"(, "faults": {"silicon": "refused"})",
-         " 0000/00000000 spec  image  box 1 state 3; " + names},
+         " 0000/00000000 ubm  image  box 1 state 3; " + names},
         {"Last Command Status fails in the library", all + R"(, "faults": {"status": "library"})",
-         " 0000/00000000 spec  image  box -1 state -1; " + names},
+         " 0000/00000000 ubm  image  box -1 state -1; " + names},
         {"backplane info fails at the IOC", all + R"(, "faults": {"backplane": "ioc"})",
-         "UBM 4417/00000003 spec 1.1 image 1.10 box -1 state 3; " + names},
+         "UBM 4417/00000003 ubm 1.1 image 1.10 box -1 state 3; " + names},
         {"a short operational state", all + R"(, "faults": {"state": "short"})",
-         "UBM 4417/00000003 spec 1.1 image 1.10 box 1 state -1; " + names},
+         "UBM 4417/00000003 ubm 1.1 image 1.10 box 1 state -1; " + names},
         {"a short FRU read", all + R"(, "faults": {"fru": "short"})", pic + "; |||; -1 bays:"},
         {"a PIC that does not answer", R"("fru": ")" + image + "\"",
-         " 0000/00000000 spec  image  box -1 state -1; " + names},
+         " 0000/00000000 ubm  image  box -1 state -1; " + names},
         {"a blank EEPROM", ubm + R"(, "fru": "sim/none.fru")", pic + "; |||; -1 bays:"},
         {"the bus cannot be reserved", all + R"(, "faults": {"reserve": "library"})", ""},
         {"the bus cannot be released", all + R"(, "faults": {"release": "ioc"})", ""},

@@ -142,7 +142,7 @@ Bytes sctStatus(const simstorage::Device& device)
     Bytes page(kBlock, 0);
     putLe(page, 0, 3, 2); // format version
     putLe(page, 2, 1, 2); // SCT version
-    putLe(page, 4, 1, 2); // SCT specification
+    putLe(page, 4, 1, 2); // SCT command set revision
     const auto current = static_cast<uint8_t>(device.temperature);
     page[200] = current;
     page[201] = current; // lowest and highest of this power cycle

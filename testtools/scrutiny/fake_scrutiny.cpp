@@ -143,11 +143,11 @@ bool ubmAnswer(const Json::Value& ubm, uint8_t command, std::vector<uint8_t>& an
     switch (command) {
     case UBM_COMMAND_SILICON_IDENTITY_VERSION: {
         answer.assign(UBM_SILICON_IDENTITY_VERSION_SIZE, 0);
-        const auto spec = version(ubm.get("specVersion", "1.1"));
+        const auto ubmVersion = version(ubm.get("ubmVersion", "1.1"));
         const auto image = version(ubm.get("imageVersion", "1.10"));
         const uint32_t vendor = number(ubm["vendor"], 0x4417);
         const uint32_t device = number(ubm["deviceCode"], 1);
-        answer[0] = static_cast<uint8_t>((spec.first << 4) | (spec.second & 0x0F));
+        answer[0] = static_cast<uint8_t>((ubmVersion.first << 4) | (ubmVersion.second & 0x0F));
         answer[1] = static_cast<uint8_t>(vendor & 0xFF);
         answer[2] = static_cast<uint8_t>(vendor >> 8);
         for (int i = 0; i < 4; ++i) {

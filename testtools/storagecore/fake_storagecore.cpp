@@ -136,25 +136,25 @@ void stampEvent(SA_CONTROLLER_EVENT& event, time_t when)
     event.secondsSinceMidnight = static_cast<SA_DWORD>(parts.tm_hour * 3600 + parts.tm_min * 60 + parts.tm_sec);
 }
 
-SA_CONTROLLER_EVENT eventOf(const Json::Value& spec, const Json::Value& controller, SA_DWORD tag)
+SA_CONTROLLER_EVENT eventOf(const Json::Value& entry, const Json::Value& controller, SA_DWORD tag)
 {
     SA_CONTROLLER_EVENT event;
     memset(&event, 0, sizeof event);
-    event.eventID = number(spec, "id", tag);
-    event.tag = spec.isMember("tag") ? number(spec, "tag") : tag;
-    event.classCode = static_cast<SA_WORD>(number(spec, "class"));
-    event.subclassCode = static_cast<SA_WORD>(number(spec, "subclass"));
-    event.detailCode = static_cast<SA_WORD>(number(spec, "detail"));
-    stampEvent(event, controllerClock(controller) - static_cast<time_t>(spec.get("age", 0).asInt64()));
-    if (spec.isMember("date")) {
+    event.eventID = number(entry, "id", tag);
+    event.tag = entry.isMember("tag") ? number(entry, "tag") : tag;
+    event.classCode = static_cast<SA_WORD>(number(entry, "class"));
+    event.subclassCode = static_cast<SA_WORD>(number(entry, "subclass"));
+    event.detailCode = static_cast<SA_WORD>(number(entry, "detail"));
+    stampEvent(event, controllerClock(controller) - static_cast<time_t>(entry.get("age", 0).asInt64()));
+    if (entry.isMember("date")) {
         unsigned year = 0, month = 0, day = 0;
-        sscanf(spec["date"].asCString(), "%u-%u-%u", &year, &month, &day);
+        sscanf(entry["date"].asCString(), "%u-%u-%u", &year, &month, &day);
         event.year = static_cast<SA_WORD>(year);
         event.month = static_cast<SA_BYTE>(month);
         event.day = static_cast<SA_BYTE>(day);
-        event.secondsSinceMidnight = number(spec, "seconds");
+        event.secondsSinceMidnight = number(entry, "seconds");
     }
-    snprintf(event.message, sizeof event.message, "%s", spec.get("message", "").asString().c_str());
+    snprintf(event.message, sizeof event.message, "%s", entry.get("message", "").asString().c_str());
     return event;
 }
 
@@ -179,14 +179,14 @@ std::vector<SA_CONTROLLER_EVENT> pendingEvents(CdaState& state)
         const SA_DWORD status = number(drives[i], "status");
         auto known = state.driveStatus.find(i);
         if (known != state.driveStatus.end() && known->second != status) {
-            Json::Value spec;
-            spec["class"] = kEventClassPhysicalDrive;
-            spec["subclass"] = 0;
-            spec["detail"] = driveEventDetail(status);
-            spec["message"] = "Physical drive status change: PORT " + drives[i].get("port", "").asString() + " BOX " +
-                              drives[i].get("box", "").asString() + " BAY " + drives[i].get("bay", "").asString() +
-                              " REASON status 0x" + std::to_string(status);
-            out.push_back(eventOf(spec, controller, ++state.lastTag));
+            Json::Value entry;
+            entry["class"] = kEventClassPhysicalDrive;
+            entry["subclass"] = 0;
+            entry["detail"] = driveEventDetail(status);
+            entry["message"] = "Physical drive status change: PORT " + drives[i].get("port", "").asString() + " BOX " +
+                               drives[i].get("box", "").asString() + " BAY " + drives[i].get("bay", "").asString() +
+                               " REASON status 0x" + std::to_string(status);
+            out.push_back(eventOf(entry, controller, ++state.lastTag));
         }
         state.driveStatus[i] = status;
     }

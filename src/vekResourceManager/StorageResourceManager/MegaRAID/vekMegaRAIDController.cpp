@@ -12,6 +12,7 @@
 #include "vekMegaRAIDLogicalDiskConsistencyCheckState.h"
 #include "vekPCIVendorsMap.h"
 #include "vekPhysLocFactory.h"
+#include "vekTimedLock.h"
 
 #include <strings.h>
 
@@ -21,7 +22,6 @@
 #include <cstring>
 #include <mutex>
 #include <set>
-#include <thread>
 
 using vekGlobalDef::timeUtils;
 
@@ -105,32 +105,6 @@ vekMegaRAIDController::DriveBoxLocator& driveBoxLocator()
     static vekMegaRAIDController::DriveBoxLocator locator;
     return locator;
 }
-
-// The controller's lock, bounded: an event gives up rather than wait on a
-// build without end.
-class BoundedLock {
-public:
-    BoundedLock(std::recursive_mutex& mutex, std::chrono::milliseconds wait) : mutex_(mutex)
-    {
-        const auto deadline = std::chrono::steady_clock::now() + wait;
-        while (!(owned_ = mutex_.try_lock()) && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-    }
-    ~BoundedLock()
-    {
-        if (owned_) {
-            mutex_.unlock();
-        }
-    }
-    BoundedLock(const BoundedLock&) = delete;
-    BoundedLock& operator=(const BoundedLock&) = delete;
-    bool owned() const { return owned_; }
-
-private:
-    std::recursive_mutex& mutex_;
-    bool owned_ = false;
-};
 
 } // namespace
 
@@ -627,8 +601,9 @@ void vekMegaRAIDController::getPhyDiskListForLD(const vekLogicalDiskInfo& disk, 
 
 void vekMegaRAIDController::analyzeAndGenerateEvent(VEK_SAS_EVENT_DETAIL& detail)
 {
-    BoundedLock lock(inventoryMutex_, vekSASLSIEvent::lockWait());
-    if (!lock.owned()) {
+    // Bounded: an event gives up rather than wait on a build without end.
+    const std::unique_lock<std::recursive_mutex> lock = vekLockWithin(inventoryMutex_, vekSASLSIEvent::lockWait());
+    if (!lock.owns_lock()) {
         VEK_LOG_ERROR(TAG, "MegaRAID [%s]: Event (0x%x) dropped: the inventory stays busy.", deviceName_.c_str(),
                       detail.code);
         return;
